@@ -437,16 +437,15 @@ long CKvoImageDb::commit()
         // Changed pixels go to a new file: the saved project keeps naming the
         // old one until the next save succeeds, so an interrupted save loses nothing.
         const int kind = level == 1 ? kvoPathLevel1Override : int(kvoPathImage);
-        QFileInfo current(rec->getFilePath(kvoPathImage));
-        const bool lossless = it->second->hasTransparency() || current.suffix().compare("png", Qt::CaseInsensitive) == 0;
-        const QString ext = lossless ? "png" : (current.suffix().isEmpty() ? "jpg" : current.suffix());
+        // Edited pixels are kept lossless: a JPEG would lose a little more at every save.
+        const QString ext = "png";
         QString stored;
         for (int rev = 1;; ++rev) {
             stored = QString("images/%1_L%2_r%3.%4").arg(id).arg(level).arg(rev).arg(ext);
             if (!QFile::exists(resolve(stored)))
                 break;
         }
-        if (!it->second->saveFile(resolve(stored), 95)) {
+        if (!it->second->saveFile(resolve(stored))) {
             m_error = QString("Cannot write the pixels of image %1.").arg(id);
             result = kvoErrIO;
             ++it;

@@ -29,6 +29,20 @@ QString arrayText(const KvoArray<T>* a)
         .arg(checksum(a->getData(), size_t(a->getCount()) * sizeof(T)), 16, 16, QChar('0'));
 }
 
+// Point pairs have padding between their fields: hash the fields only.
+QString arrayText(const PntPntArray* a)
+{
+    if (!a)
+        return "none";
+    quint64 h = 1469598103934665603ULL;
+    for (const POINT_POINT& p : a->vec()) {
+        const double v[] = {p.uv.x, p.uv.y, p.world.x, p.world.y, p.world.z, p.error.x, p.error.y};
+        h = checksum(v, sizeof(v), h);
+        h = checksum(&p.flag, sizeof(p.flag), h);
+    }
+    return QString("%1 (sum %2)").arg(a->getCount()).arg(h, 16, 16, QChar('0'));
+}
+
 QString colorText(const KvoColor4b& c) { return QString("%1,%2,%3,%4").arg(c.r).arg(c.g).arg(c.b).arg(c.a); }
 QString pointText(const XPnt3d& p) { return QString("(%1, %2, %3)").arg(p.x, 0, 'g', 10).arg(p.y, 0, 'g', 10).arg(p.z, 0, 'g', 10); }
 

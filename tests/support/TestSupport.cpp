@@ -31,3 +31,34 @@ bool writeTestPicture(const QString& path, int width, int height, int seed)
 }
 
 } // namespace qvtest
+
+#include <QFile>
+
+#include "scene/KvoStore.h"
+
+namespace qvtest {
+
+void StoreTest::SetUp() { kvo::getMM()->closeProject(); }
+
+void StoreTest::TearDown() { kvo::getMM()->closeProject(); }
+
+void StoreTest::newProject(const QString& name)
+{
+    kvo::IKvoMM* mm = kvo::getMM();
+    ASSERT_EQ(mm->newProject(scratch.file(name)), 0) << mm->getLastError().toStdString();
+}
+
+QString StoreTest::projectFolder() const
+{
+    kvo::ref_ptr<kvo::IKvoProject> project;
+    kvo::getMM()->getProject(project);
+    return project ? project->getFolder() : QString();
+}
+
+bool copyFile(const QString& from, const QString& to)
+{
+    QFile::remove(to);
+    return QFile::copy(from, to);
+}
+
+} // namespace qvtest

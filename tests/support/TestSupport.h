@@ -3,6 +3,15 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+// Readable failure messages for Qt strings.
+QT_BEGIN_NAMESPACE
+inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+QT_END_NAMESPACE
+
 namespace qvtest {
 
 // A fresh folder below the test work folder, removed when the object goes.
@@ -17,7 +26,22 @@ private:
 };
 
 // Writes a w x h picture that is not symmetric in any axis (a gradient with a
-// marker in the top-left corner) and returns true on success.
+// white block in the top-left corner) and returns true on success.
 bool writeTestPicture(const QString& path, int width, int height, int seed = 0);
+
+// Copies a file byte for byte; false on failure.
+bool copyFile(const QString& from, const QString& to);
+
+// Tests of the store start with no project open and a scratch folder, and
+// leave no project open behind them.
+class StoreTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // Makes a new project in the scratch folder; fails the test if it can't.
+    void newProject(const QString& name = "p.qvj");
+    QString projectFolder() const;
+    ScratchDir scratch;
+};
 
 } // namespace qvtest
