@@ -1,0 +1,9 @@
+#!/usr/bin/env bash
+# The main job on the bundled sample: builds the command-line tool and runs it.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build --target quovara-cli -- -j"$(nproc)"
+out="${1:-$PWD/quovara-demo}"
+./build/cli/quovara-cli demo --out "$out"
