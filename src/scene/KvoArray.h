@@ -16,7 +16,7 @@ class IKvoRing;
 // handed out as ref_ptr and shared by reference: whoever holds the pointer
 // sees every change. Elements lie contiguously, so hot loops use getData().
 template <class T>
-class KvoArray : public KvoReferenced {
+class QV_EXPORT KvoArray : public KvoReferenced {
 public:
     using value_type = T;
 
