@@ -8,17 +8,23 @@
 #include <functional>
 #include <map>
 
+#include "platform/KvoProjectReport.h"
+#include "platform/KvoSampleScene.h"
 #include "scene/KvoFile.h"
 #include "scene/KvoStore.h"
-#include "platform/KvoSampleScene.h"
-#include "platform/KvoProjectReport.h"
 
 using namespace kvo;
 
 namespace {
 
-void out(const QString& s) { std::fputs(qPrintable(s + "\n"), stdout); }
-void err(const QString& s) { std::fputs(qPrintable("quovara-cli: " + s + "\n"), stderr); }
+void out(const QString& s)
+{
+    std::fputs(qPrintable(s + "\n"), stdout);
+}
+void err(const QString& s)
+{
+    std::fputs(qPrintable("quovara-cli: " + s + "\n"), stderr);
+}
 
 struct Command {
     QString usage;

@@ -11,7 +11,10 @@ namespace kvo {
 
 namespace {
 
-QString tr(const char* text) { return QCoreApplication::translate("Quovara", text); }
+QString tr(const char* text)
+{
+    return QCoreApplication::translate("Quovara", text);
+}
 
 bool hasProject()
 {
@@ -194,11 +197,26 @@ bool texEditTool(const char* name)
 }
 } // namespace
 
-bool cmdGapMixed() { return texEditTool("Seam mixing"); }
-bool cmdRepairGap() { return texEditTool("Seam repair"); }
-bool cmdImagePS() { return texEditTool("The external image editor"); }
-bool cmdTextDel() { return texEditTool("Texture delete"); }
-bool cmdTextDelByColor() { return texEditTool("Texture delete by colour"); }
+bool cmdGapMixed()
+{
+    return texEditTool("Seam mixing");
+}
+bool cmdRepairGap()
+{
+    return texEditTool("Seam repair");
+}
+bool cmdImagePS()
+{
+    return texEditTool("The external image editor");
+}
+bool cmdTextDel()
+{
+    return texEditTool("Texture delete");
+}
+bool cmdTextDelByColor()
+{
+    return texEditTool("Texture delete by colour");
+}
 
 // ---------------------------------------------------------------- panel commands
 
@@ -229,9 +247,18 @@ bool cmdFeather()
     return true;
 }
 
-long cmdOnMeshPatchArea() { return panelTool("Texture fragments", -1); }
-long cmdOnSelStretchTex() { return panelTool("Stretched texture selection", -1); }
-long cmdOnMergeBareMesh() { return panelTool("Bare mesh merging", -1); }
+long cmdOnMeshPatchArea()
+{
+    return panelTool("Texture fragments", -1);
+}
+long cmdOnSelStretchTex()
+{
+    return panelTool("Stretched texture selection", -1);
+}
+long cmdOnMergeBareMesh()
+{
+    return panelTool("Bare mesh merging", -1);
+}
 
 long cmdOnBatchExport()
 {
@@ -354,6 +381,9 @@ void cmdOnImageShowMatrix(ref_ptr<LongArray> ids)
     msgToolNotAvailable(tr("Camera matrices"));
 }
 
-long cmdOnPSEdit(const QString&, long) { return 0; }
+long cmdOnPSEdit(const QString&, long)
+{
+    return 0;
+}
 
 } // namespace kvo

@@ -56,7 +56,7 @@ long cmdOnOpenUpdate(int)
     // There is no update service to ask: say which version this is.
     msgSucceedQt(QCoreApplication::translate("Quovara", "This is Quovara %1.")
                      .arg(QCoreApplication::applicationVersion().isEmpty() ? QString("0.1")
-                                                                            : QCoreApplication::applicationVersion()));
+                                                                           : QCoreApplication::applicationVersion()));
     return 1;
 }
 

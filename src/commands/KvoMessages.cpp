@@ -8,7 +8,10 @@ namespace kvo {
 
 namespace {
 
-QString tr(const char* text) { return QCoreApplication::translate("Quovara", text); }
+QString tr(const char* text)
+{
+    return QCoreApplication::translate("Quovara", text);
+}
 
 QWidget* mainFrame()
 {
@@ -16,8 +19,7 @@ QWidget* mainFrame()
     return vm ? vm->getMainFrame() : nullptr;
 }
 
-int show(QMessageBox::Icon icon, const QString& title, const QString& text,
-         QList<QMessageBox::StandardButton> buttons)
+int show(QMessageBox::Icon icon, const QString& title, const QString& text, QList<QMessageBox::StandardButton> buttons)
 {
     KvoMessage m;
     m.icon = icon;
@@ -59,9 +61,15 @@ QString resultMessage(long code, bool planeMapping, bool deleteDialog)
     }
 }
 
-void msgSucceedQt(const QString& text) { show(QMessageBox::Warning, tr("Quovara"), text, {QMessageBox::Ok}); }
+void msgSucceedQt(const QString& text)
+{
+    show(QMessageBox::Warning, tr("Quovara"), text, {QMessageBox::Ok});
+}
 
-void msgWarningQt(const QString& text) { show(QMessageBox::Warning, tr("Quovara"), text, {QMessageBox::Ok}); }
+void msgWarningQt(const QString& text)
+{
+    show(QMessageBox::Warning, tr("Quovara"), text, {QMessageBox::Ok});
+}
 
 bool msgWantOKQt(const QString& text)
 {
@@ -87,7 +95,10 @@ void msgWarningTitled(const QString& title, const QString& text)
     show(QMessageBox::Warning, title, text, {QMessageBox::Ok});
 }
 
-void msgNoProject() { show(QMessageBox::Warning, QString(), tr("No project is open.please create a project."), {QMessageBox::Ok}); }
+void msgNoProject()
+{
+    show(QMessageBox::Warning, QString(), tr("No project is open.please create a project."), {QMessageBox::Ok});
+}
 
 void msgToolNotAvailable(const QString& tool)
 {

@@ -58,8 +58,14 @@ QString QDlgProjectNew::projectPath() const
     return QDir(m_folder->text().trimmed()).absoluteFilePath(name + ".qvj");
 }
 
-void QDlgProjectNew::setFolder(const QString& folder) { m_folder->setText(folder); }
-void QDlgProjectNew::setProjectName(const QString& name) { m_name->setText(name); }
+void QDlgProjectNew::setFolder(const QString& folder)
+{
+    m_folder->setText(folder);
+}
+void QDlgProjectNew::setProjectName(const QString& name)
+{
+    m_name->setText(name);
+}
 
 QString QDlgProjectNew::problem() const
 {

@@ -60,6 +60,9 @@ private:
 
 } // namespace
 
-ref_ptr<IKvoAppOptions> newKvoAppOptions() { return ref_ptr<IKvoAppOptions>(new CKvoAppOptions()); }
+ref_ptr<IKvoAppOptions> newKvoAppOptions()
+{
+    return ref_ptr<IKvoAppOptions>(new CKvoAppOptions());
+}
 
 } // namespace kvo

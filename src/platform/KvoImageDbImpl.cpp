@@ -16,10 +16,22 @@ constexpr size_t kCacheSize = 4;
 constexpr quint32 kRecordMagic = 0x51564952; // "QVIR"
 constexpr quint32 kRecordVersion = 1;
 
-QDataStream& operator<<(QDataStream& s, const XPnt2d& p) { return s << p.x << p.y; }
-QDataStream& operator>>(QDataStream& s, XPnt2d& p) { return s >> p.x >> p.y; }
-QDataStream& operator<<(QDataStream& s, const XPnt3d& p) { return s << p.x << p.y << p.z; }
-QDataStream& operator>>(QDataStream& s, XPnt3d& p) { return s >> p.x >> p.y >> p.z; }
+QDataStream& operator<<(QDataStream& s, const XPnt2d& p)
+{
+    return s << p.x << p.y;
+}
+QDataStream& operator>>(QDataStream& s, XPnt2d& p)
+{
+    return s >> p.x >> p.y;
+}
+QDataStream& operator<<(QDataStream& s, const XPnt3d& p)
+{
+    return s << p.x << p.y << p.z;
+}
+QDataStream& operator>>(QDataStream& s, XPnt3d& p)
+{
+    return s >> p.x >> p.y >> p.z;
+}
 
 long halvedSize(long full, long level)
 {
@@ -289,8 +301,9 @@ QString CKvoImageDb::uniqueName(const QString& name) const
         return name;
     QFileInfo fi(name);
     for (int k = 2;; ++k) {
-        QString candidate = fi.suffix().isEmpty() ? QString("%1_%2").arg(fi.completeBaseName()).arg(k)
-                                                  : QString("%1_%2.%3").arg(fi.completeBaseName()).arg(k).arg(fi.suffix());
+        QString candidate = fi.suffix().isEmpty()
+                                ? QString("%1_%2").arg(fi.completeBaseName()).arg(k)
+                                : QString("%1_%2.%3").arg(fi.completeBaseName()).arg(k).arg(fi.suffix());
         if (!taken(candidate))
             return candidate;
     }
@@ -338,8 +351,14 @@ long CKvoImageDb::addImageFile(const QString& path, bool big, long& id)
     return kvoOk;
 }
 
-long CKvoImageDb::addImage(const QString& path, long& id) { return addImageFile(path, false, id); }
-long CKvoImageDb::addBigImage(const QString& path, long& id) { return addImageFile(path, true, id); }
+long CKvoImageDb::addImage(const QString& path, long& id)
+{
+    return addImageFile(path, false, id);
+}
+long CKvoImageDb::addBigImage(const QString& path, long& id)
+{
+    return addImageFile(path, true, id);
+}
 
 long CKvoImageDb::removeImage(long id)
 {
@@ -422,7 +441,10 @@ long CKvoImageDb::setTexture(const ref_ptr<IKvoImage>& image, long id, long leve
     return kvoOk;
 }
 
-bool CKvoImageDb::hasPendingTexture(long id, long level) const { return m_pending.count({id, level}) > 0; }
+bool CKvoImageDb::hasPendingTexture(long id, long level) const
+{
+    return m_pending.count({id, level}) > 0;
+}
 
 long CKvoImageDb::commit()
 {
@@ -475,7 +497,10 @@ long CKvoImageDb::addEvent(const ref_ptr<IKvoImageDbEvent>& event)
     return id;
 }
 
-void CKvoImageDb::removeEvent(long eventId) { m_events.erase(eventId); }
+void CKvoImageDb::removeEvent(long eventId)
+{
+    m_events.erase(eventId);
+}
 
 void CKvoImageDb::fire(int what, long id) const
 {

@@ -215,6 +215,9 @@ private:
 
 } // namespace
 
-ref_ptr<IKvoImage> newKvoImage() { return ref_ptr<IKvoImage>(new CKvoImage()); }
+ref_ptr<IKvoImage> newKvoImage()
+{
+    return ref_ptr<IKvoImage>(new CKvoImage());
+}
 
 } // namespace kvo

@@ -18,14 +18,16 @@ XPnt3f triNormal(const XPnt3f* v, unsigned a, unsigned b, unsigned c)
 // ---------------------------------------------------------------- CKvoMesh
 
 CKvoMesh::CKvoMesh(CKvoModel* model, long id, long imageId, bool tiled)
-    : m_model(model), m_id(id), m_imageId(imageId), m_tiled(tiled), m_tris(newUIntArray()),
-      m_normals(newPnt3fArray())
+    : m_model(model), m_id(id), m_imageId(imageId), m_tiled(tiled), m_tris(newUIntArray()), m_normals(newPnt3fArray())
 {
 }
 
 CKvoMesh::~CKvoMesh() = default;
 
-IKvoModel* CKvoMesh::getModel() const { return m_model; }
+IKvoModel* CKvoMesh::getModel() const
+{
+    return m_model;
+}
 
 void CKvoMesh::invalidateCaches()
 {
@@ -53,7 +55,10 @@ void CKvoMesh::setTriangleIndices(UIntArray* triangles, bool refresh)
         refreshDisplay();
 }
 
-void CKvoMesh::setTriangles(UIntArray* triangles, bool refresh) { setTriangleIndices(triangles, refresh); }
+void CKvoMesh::setTriangles(UIntArray* triangles, bool refresh)
+{
+    setTriangleIndices(triangles, refresh);
+}
 
 void CKvoMesh::setFaceNormals(Pnt3fArray* normals, bool refresh)
 {
@@ -483,6 +488,9 @@ void CKvoModel::getEnvelope(Enve3d& out) const
         out.add(v[i]);
 }
 
-ref_ptr<IKvoModel> newKvoModel() { return ref_ptr<IKvoModel>(new CKvoModel()); }
+ref_ptr<IKvoModel> newKvoModel()
+{
+    return ref_ptr<IKvoModel>(new CKvoModel());
+}
 
 } // namespace kvo

@@ -35,16 +35,25 @@ void CKvoProject::getTempFolder(QString& out) const
     createFolder(out);
 }
 
-long CKvoProject::save(IKvoProgress* progress) { return m_mm->saveProject(progress); }
+long CKvoProject::save(IKvoProgress* progress)
+{
+    return m_mm->saveProject(progress);
+}
 
-long CKvoProject::saveAs(const QString& path, IKvoProgress* progress) { return m_mm->saveProjectAs(path, progress); }
+long CKvoProject::saveAs(const QString& path, IKvoProgress* progress)
+{
+    return m_mm->saveProjectAs(path, progress);
+}
 
 // ---------------------------------------------------------------- CKvoMM
 
 CKvoMM::CKvoMM() = default;
 CKvoMM::~CKvoMM() = default;
 
-CKvoModel* CKvoMM::model() const { return dynamic_cast<CKvoModel*>(m_model.get()); }
+CKvoModel* CKvoMM::model() const
+{
+    return dynamic_cast<CKvoModel*>(m_model.get());
+}
 
 namespace {
 QString withProjectExtension(const QString& path)
@@ -223,7 +232,10 @@ void CKvoMM::getModelEnvelope(Enve3d& out) const
         m_model->getEnvelope(out);
 }
 
-CKvoMesh* CKvoMM::asMesh(const ref_ptr<IKvoMesh>& mesh) const { return dynamic_cast<CKvoMesh*>(mesh.get()); }
+CKvoMesh* CKvoMM::asMesh(const ref_ptr<IKvoMesh>& mesh) const
+{
+    return dynamic_cast<CKvoMesh*>(mesh.get());
+}
 
 bool CKvoMM::ownsMesh(const IKvoMesh* mesh) const
 {
@@ -277,7 +289,10 @@ long CKvoMM::getImageIdByName(const QString& name) const
     return -1;
 }
 
-bool CKvoMM::isImageIdValid(long id) const { return m_project && id > 0 && m_project->imageDb()->record(id); }
+bool CKvoMM::isImageIdValid(long id) const
+{
+    return m_project && id > 0 && m_project->imageDb()->record(id);
+}
 
 bool CKvoMM::isBigImage(long id) const
 {
@@ -291,7 +306,10 @@ bool CKvoMM::isNormalImage(long id) const
     return rec && !rec->isBigImage();
 }
 
-long CKvoMM::getMeshKind(const ref_ptr<IKvoMesh>& mesh) const { return isTexMesh(mesh) ? 1 : 0; }
+long CKvoMM::getMeshKind(const ref_ptr<IKvoMesh>& mesh) const
+{
+    return isTexMesh(mesh) ? 1 : 0;
+}
 
 long CKvoMM::deleteTexMesh(const ref_ptr<IKvoMesh>& mesh, long, IKvoProgress* progress)
 {
@@ -368,7 +386,10 @@ void CKvoMM::setModelName(const QString& name)
     m_dirty = true;
 }
 
-bool CKvoMM::hasModelData() const { return m_model && m_model->getVertexCount() > 0; }
+bool CKvoMM::hasModelData() const
+{
+    return m_model && m_model->getVertexCount() > 0;
+}
 
 ref_ptr<IKvoImage>& CKvoMM::getActiveImage(ref_ptr<IKvoImage>& out) const
 {
@@ -415,7 +436,10 @@ bool CKvoMM::isImageMeshAsleep(long imageId) const
     return isMeshAsleep(mesh);
 }
 
-bool CKvoMM::isTexMesh(const ref_ptr<IKvoMesh>& mesh) const { return mesh && mesh->getImageId() > 0; }
+bool CKvoMM::isTexMesh(const ref_ptr<IKvoMesh>& mesh) const
+{
+    return mesh && mesh->getImageId() > 0;
+}
 
 bool CKvoMM::isImageMapped(long imageId) const
 {
@@ -540,7 +564,8 @@ ref_ptr<MeshArray>& CKvoMM::getShownTexMeshList(ref_ptr<MeshArray>& out) const
 ref_ptr<MeshArray>& CKvoMM::getOtherShownMeshes(ref_ptr<MeshArray>& out) const
 {
     const long active = m_activeImageId;
-    listMeshes(out, [active](const CKvoMesh& m) { return m.isMeshShown() && (active <= 0 || m.getImageId() != active); });
+    listMeshes(out,
+               [active](const CKvoMesh& m) { return m.isMeshShown() && (active <= 0 || m.getImageId() != active); });
     return out;
 }
 

@@ -37,8 +37,8 @@ private:
 // Everything a texture-edit session brings back on restore.
 struct KvoTexEditBackup {
     struct MeshCopy {
-        ref_ptr<CKvoMesh> live;   // the object others may hold
-        ref_ptr<CKvoMesh> state;  // its state when the session opened
+        ref_ptr<CKvoMesh> live;  // the object others may hold
+        ref_ptr<CKvoMesh> state; // its state when the session opened
     };
     std::vector<ref_ptr<IKvoMesh>> meshOrder; // the model's list as it was
     std::vector<MeshCopy> texMeshes;

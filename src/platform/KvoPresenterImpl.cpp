@@ -36,8 +36,7 @@ public:
         QAbstractButton* clicked = box.clickedButton();
         return clicked ? int(box.standardButton(clicked)) : int(QMessageBox::NoButton);
     }
-    QString getOpenFileName(QWidget* parent, const QString& caption, const QString& dir,
-                            const QString& filter) override
+    QString getOpenFileName(QWidget* parent, const QString& caption, const QString& dir, const QString& filter) override
     {
         return QFileDialog::getOpenFileName(parent, caption, dir, filter);
     }
@@ -46,8 +45,7 @@ public:
     {
         return QFileDialog::getOpenFileNames(parent, caption, dir, filter);
     }
-    QString getSaveFileName(QWidget* parent, const QString& caption, const QString& dir,
-                            const QString& filter) override
+    QString getSaveFileName(QWidget* parent, const QString& caption, const QString& dir, const QString& filter) override
     {
         return QFileDialog::getSaveFileName(parent, caption, dir, filter);
     }
@@ -73,7 +71,10 @@ ref_ptr<IKvoPresenter> getPresenter()
     return slot();
 }
 
-void setPresenter(const ref_ptr<IKvoPresenter>& presenter) { slot() = presenter; }
+void setPresenter(const ref_ptr<IKvoPresenter>& presenter)
+{
+    slot() = presenter;
+}
 
 int KvoRecordingPresenter::showMessage(QWidget*, const KvoMessage& m)
 {
@@ -89,8 +90,7 @@ QString KvoRecordingPresenter::getOpenFileName(QWidget*, const QString& caption,
     return fileAnswers.isEmpty() ? QString() : fileAnswers.takeFirst();
 }
 
-QStringList KvoRecordingPresenter::getOpenFileNames(QWidget*, const QString& caption, const QString&,
-                                                    const QString&)
+QStringList KvoRecordingPresenter::getOpenFileNames(QWidget*, const QString& caption, const QString&, const QString&)
 {
     records.append({"openMany", caption, QString(), {}, QMessageBox::NoIcon});
     QStringList all = fileAnswers;

@@ -106,7 +106,10 @@ const char* kSchema[] = {
 };
 const char* kTables[] = {"meta", "arrays", "meshes", "images", "blobs", "vcparams"};
 
-qint64 packColor(const KvoColor4b& c) { return (qint64(c.r) << 24) | (qint64(c.g) << 16) | (qint64(c.b) << 8) | c.a; }
+qint64 packColor(const KvoColor4b& c)
+{
+    return (qint64(c.r) << 24) | (qint64(c.g) << 16) | (qint64(c.b) << 8) | c.a;
+}
 KvoColor4b unpackColor(qint64 v)
 {
     return KvoColor4b(uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v));
@@ -114,8 +117,7 @@ KvoColor4b unpackColor(qint64 v)
 
 class Writer {
 public:
-    explicit Writer(const QSqlDatabase& db)
-        : m_meta(db), m_array(db), m_mesh(db), m_image(db), m_blob(db), m_vc(db)
+    explicit Writer(const QSqlDatabase& db) : m_meta(db), m_array(db), m_mesh(db), m_image(db), m_blob(db), m_vc(db)
     {
         m_meta.prepare("INSERT INTO meta(key, value) VALUES(?, ?)");
         m_array.prepare("INSERT INTO arrays(name, part, elements, bytes) VALUES(?, ?, ?, ?)");
@@ -151,8 +153,7 @@ public:
             done += n;
         } while (done < count);
     }
-    template <class T>
-    void array(const QString& name, const KvoArray<T>* a)
+    template <class T> void array(const QString& name, const KvoArray<T>* a)
     {
         if (a)
             array(name, a->getData(), a->getCount(), sizeof(T));
@@ -160,12 +161,22 @@ public:
 
     void mesh(const CKvoMesh& m, int ord)
     {
-        const QVariant v[] = {qint64(m.getId()),       ord,
-                              qint64(m.getImageId()),  int(m.isTiled()),
-                              m.getName(),             [&] { QString f; m.getFileName(f); return f; }(),
-                              int(m.isAsleep()),       int(m.isMeshShown()),
-                              int(m.isSelected()),     int(m.isShowTexture()),
-                              packColor(m.getSelColor()), packColor(m.getSolidColor()),
+        const QVariant v[] = {qint64(m.getId()),
+                              ord,
+                              qint64(m.getImageId()),
+                              int(m.isTiled()),
+                              m.getName(),
+                              [&] {
+                                  QString f;
+                                  m.getFileName(f);
+                                  return f;
+                              }(),
+                              int(m.isAsleep()),
+                              int(m.isMeshShown()),
+                              int(m.isSelected()),
+                              int(m.isShowTexture()),
+                              packColor(m.getSelColor()),
+                              packColor(m.getSolidColor()),
                               qint64(m.getFaceCount())};
         for (int i = 0; i < 13; ++i)
             m_mesh.bindValue(i, v[i]);
@@ -196,8 +207,8 @@ public:
 
     void vc(long id, const ZebQVVCParam& p)
     {
-        const double v[] = {p.eye.x, p.eye.y, p.eye.z, p.center.x, p.center.y, p.center.z, p.up.x,
-                            p.up.y,  p.up.z,  p.fovY,  p.transparency, p.zoom};
+        const double v[] = {p.eye.x, p.eye.y, p.eye.z, p.center.x, p.center.y,     p.center.z,
+                            p.up.x,  p.up.y,  p.up.z,  p.fovY,     p.transparency, p.zoom};
         m_vc.bindValue(0, qint64(id));
         for (int i = 0; i < 12; ++i)
             m_vc.bindValue(i + 1, v[i]);
@@ -209,8 +220,7 @@ private:
 };
 
 // Reads an array written by Writer::array; false when there is none.
-template <class T>
-bool readArray(const QSqlDatabase& db, const QString& name, ref_ptr<KvoArray<T>>& out)
+template <class T> bool readArray(const QSqlDatabase& db, const QString& name, ref_ptr<KvoArray<T>>& out)
 {
     QSqlQuery q(db);
     q.setForwardOnly(true);
@@ -239,7 +249,10 @@ bool readArray(const QSqlDatabase& db, const QString& name, ref_ptr<KvoArray<T>>
 
 } // namespace
 
-void setSaveInterruptHook(std::function<void()> hook) { interruptHook() = std::move(hook); }
+void setSaveInterruptHook(std::function<void()> hook)
+{
+    interruptHook() = std::move(hook);
+}
 
 long save(CKvoMM& mm, const QString& path, IKvoProgress* progress, QString& error)
 {

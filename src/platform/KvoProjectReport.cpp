@@ -19,8 +19,7 @@ quint64 checksum(const void* data, size_t bytes, quint64 h)
 
 namespace {
 
-template <class T>
-QString arrayText(const KvoArray<T>* a)
+template <class T> QString arrayText(const KvoArray<T>* a)
 {
     if (!a)
         return "none";
@@ -43,8 +42,14 @@ QString arrayText(const PntPntArray* a)
     return QString("%1 (sum %2)").arg(a->getCount()).arg(h, 16, 16, QChar('0'));
 }
 
-QString colorText(const KvoColor4b& c) { return QString("%1,%2,%3,%4").arg(c.r).arg(c.g).arg(c.b).arg(c.a); }
-QString pointText(const XPnt3d& p) { return QString("(%1, %2, %3)").arg(p.x, 0, 'g', 10).arg(p.y, 0, 'g', 10).arg(p.z, 0, 'g', 10); }
+QString colorText(const KvoColor4b& c)
+{
+    return QString("%1,%2,%3,%4").arg(c.r).arg(c.g).arg(c.b).arg(c.a);
+}
+QString pointText(const XPnt3d& p)
+{
+    return QString("(%1, %2, %3)").arg(p.x, 0, 'g', 10).arg(p.y, 0, 'g', 10).arg(p.z, 0, 'g', 10);
+}
 
 QString imageText(const ref_ptr<IKvoImage>& img)
 {
@@ -93,14 +98,13 @@ QString describeProject(IKvoMM& mm, bool withPixels)
                          .arg(m->getFaceCount());
             lines << QString("    triangles %1, normals %2, uvs %3, corners %4, marks %5")
                          .arg(arrayText(m->getTriangleIndices()), arrayText(m->getFaceNormals()),
-                              arrayText(m->getUVs()), arrayText(m->getCornerTexIndices()),
-                              arrayText(m->getSelMarks()));
+                              arrayText(m->getUVs()), arrayText(m->getCornerTexIndices()), arrayText(m->getSelMarks()));
             QStringList flags;
             flags << (mm.isMeshAsleep(m) ? "asleep" : "awake") << (m->isMeshShown() ? "shown" : "hidden")
                   << (mm.isTexMeshSelected(m) ? "selected" : "not selected")
                   << (m->isShowTexture() ? "texture" : "solid colour");
-            lines << QString("    %1; colours %2 / %3").arg(flags.join(", "), colorText(m->getSolidColor()),
-                                                           colorText(m->getSelColor()));
+            lines << QString("    %1; colours %2 / %3")
+                         .arg(flags.join(", "), colorText(m->getSolidColor()), colorText(m->getSelColor()));
             if (tex && withPixels) {
                 ref_ptr<IKvoImage> img;
                 lines << QString("    pixels %1").arg(imageText(m->getImage(img)));

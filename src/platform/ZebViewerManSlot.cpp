@@ -10,7 +10,13 @@ kvo::ref_ptr<kvo::IZebViewerMan>& slot()
 }
 } // namespace
 
-kvo::ref_ptr<kvo::IZebViewerMan> getVM() { return slot(); }
-void setVM(const kvo::ref_ptr<kvo::IZebViewerMan>& vm) { slot() = vm; }
+kvo::ref_ptr<kvo::IZebViewerMan> getVM()
+{
+    return slot();
+}
+void setVM(const kvo::ref_ptr<kvo::IZebViewerMan>& vm)
+{
+    slot() = vm;
+}
 
 } // namespace zebUI

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "scene/KvoReferenced.h"
 #include "scene/KvoRecords.h"
+#include "scene/KvoReferenced.h"
 #include "scene/KvoTypes.h"
 
 namespace kvo {
@@ -15,8 +15,7 @@ class IKvoRing;
 // The array family of the store. Every array is a reference-counted object
 // handed out as ref_ptr and shared by reference: whoever holds the pointer
 // sees every change. Elements lie contiguously, so hot loops use getData().
-template <class T>
-class QV_EXPORT KvoArray : public KvoReferenced {
+template <class T> class QV_EXPORT KvoArray : public KvoReferenced {
 public:
     using value_type = T;
 

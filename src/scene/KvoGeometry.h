@@ -55,7 +55,7 @@ QV_EXPORT float qvUVDirection(const XPnt2f* a, const XPnt2f* b, const XPnt2f* c)
 
 // The transform that takes the frame q0, q1, q2 onto the frame p0, p1, p2
 // (origin at the first point, x toward the second, z the normal). False for collinear frames.
-QV_EXPORT bool pntRegByQuad(const XPnt3d& p0, const XPnt3d& p1, const XPnt3d& p2, const XPnt3d& q0,
-                            const XPnt3d& q1, const XPnt3d& q2, KvoMatrix4d& out);
+QV_EXPORT bool pntRegByQuad(const XPnt3d& p0, const XPnt3d& p1, const XPnt3d& p2, const XPnt3d& q0, const XPnt3d& q1,
+                            const XPnt3d& q2, KvoMatrix4d& out);
 
 } // namespace kvo

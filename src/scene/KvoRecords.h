@@ -38,8 +38,8 @@ struct QV_EXPORT ZebQVVCParam {
 
     bool operator==(const ZebQVVCParam& o) const
     {
-        return eye == o.eye && center == o.center && up == o.up && fovY == o.fovY &&
-               transparency == o.transparency && zoom == o.zoom;
+        return eye == o.eye && center == o.center && up == o.up && fovY == o.fovY && transparency == o.transparency &&
+               zoom == o.zoom;
     }
 };
 

@@ -36,19 +36,14 @@ private:
 };
 
 // Intrusive smart pointer over KvoReferenced objects.
-template <class T>
-class ref_ptr {
+template <class T> class ref_ptr {
 public:
     ref_ptr() = default;
     ref_ptr(std::nullptr_t) {}
     ref_ptr(T* p) : m_p(p) { acquire(); }
     ref_ptr(const ref_ptr& o) : m_p(o.m_p) { acquire(); }
     ref_ptr(ref_ptr&& o) noexcept : m_p(o.m_p) { o.m_p = nullptr; }
-    template <class U>
-    ref_ptr(const ref_ptr<U>& o) : m_p(o.get())
-    {
-        acquire();
-    }
+    template <class U> ref_ptr(const ref_ptr<U>& o) : m_p(o.get()) { acquire(); }
     ~ref_ptr() { release(); }
 
     ref_ptr& operator=(const ref_ptr& o)
@@ -66,8 +61,7 @@ public:
         ref_ptr(p).swap(*this);
         return *this;
     }
-    template <class U>
-    ref_ptr& operator=(const ref_ptr<U>& o)
+    template <class U> ref_ptr& operator=(const ref_ptr<U>& o)
     {
         ref_ptr(o.get()).swap(*this);
         return *this;
@@ -104,8 +98,7 @@ private:
     T* m_p = nullptr;
 };
 
-template <class T, class U>
-ref_ptr<T> ref_cast(const ref_ptr<U>& p)
+template <class T, class U> ref_ptr<T> ref_cast(const ref_ptr<U>& p)
 {
     return ref_ptr<T>(dynamic_cast<T*>(p.get()));
 }

@@ -10,8 +10,7 @@
 // Plain value types of the scene: points, triples, boxes, colours, matrices.
 // Invalid points use NaN so that any arithmetic on them stays invalid.
 
-template <class T>
-struct PT2 {
+template <class T> struct PT2 {
     T x = 0, y = 0;
     PT2() = default;
     PT2(T x_, T y_) : x(x_), y(y_) {}
@@ -30,8 +29,7 @@ struct QV_EXPORT XPnt2i {
     bool operator!=(const XPnt2i& o) const { return !(*this == o); }
 };
 
-template <class T, class Self>
-struct XPnt2Base {
+template <class T, class Self> struct XPnt2Base {
     T x, y;
     XPnt2Base() : x(0), y(0) {}
     XPnt2Base(T x_, T y_) : x(x_), y(y_) {}
@@ -82,10 +80,12 @@ struct QV_EXPORT XPnt2d : XPnt2Base<double, XPnt2d> {
     XPnt2d to2d() const { return *this; }
 };
 
-inline XPnt2d XPnt2f::to2d() const { return XPnt2d(x, y); }
+inline XPnt2d XPnt2f::to2d() const
+{
+    return XPnt2d(x, y);
+}
 
-template <class T, class Self>
-struct XPnt3Base {
+template <class T, class Self> struct XPnt3Base {
     T x, y, z;
     XPnt3Base() : x(0), y(0), z(0) {}
     XPnt3Base(T x_, T y_, T z_) : x(x_), y(y_), z(z_) {}
@@ -113,10 +113,7 @@ struct XPnt3Base {
         return static_cast<Self&>(*this);
     }
     T dot(const Self& o) const { return x * o.x + y * o.y + z * o.z; }
-    Self cross(const Self& o) const
-    {
-        return Self(y * o.z - z * o.y, z * o.x - x * o.z, x * o.y - y * o.x);
-    }
+    Self cross(const Self& o) const { return Self(y * o.z - z * o.y, z * o.x - x * o.z, x * o.y - y * o.x); }
 
     Self operator+(const Self& o) const { return Self(x + o.x, y + o.y, z + o.z); }
     Self operator-(const Self& o) const { return Self(x - o.x, y - o.y, z - o.z); }
@@ -162,13 +159,18 @@ struct QV_EXPORT XPnt3d : XPnt3Base<double, XPnt3d> {
     XPnt2d to2d() const { return XPnt2d(x, y); }
 };
 
-inline XPnt3d XPnt3f::to3d() const { return XPnt3d(x, y, z); }
-inline XPnt2d XPnt3f::to2d() const { return XPnt2d(x, y); }
+inline XPnt3d XPnt3f::to3d() const
+{
+    return XPnt3d(x, y, z);
+}
+inline XPnt2d XPnt3f::to2d() const
+{
+    return XPnt2d(x, y);
+}
 
 // Three vertex indices. normalize() sorts them, so that a set of normalised
 // triples names triangles whatever the order of their corners.
-template <class T = unsigned>
-struct XTrip {
+template <class T = unsigned> struct XTrip {
     T v[3] = {0, 0, 0};
     XTrip() = default;
     XTrip(T a, T b, T c) : v{a, b, c} {}
@@ -308,10 +310,7 @@ struct QV_EXPORT Enve3d {
     XPnt3d getMinPnt() const { return XPnt3d(minX, minY, minZ); }
     XPnt3d getMaxPnt() const { return XPnt3d(maxX, maxY, maxZ); }
     // Corner i, bit 0 picks max x, bit 1 max y, bit 2 max z.
-    XPnt3d corner(int i) const
-    {
-        return XPnt3d((i & 1) ? maxX : minX, (i & 2) ? maxY : minY, (i & 4) ? maxZ : minZ);
-    }
+    XPnt3d corner(int i) const { return XPnt3d((i & 1) ? maxX : minX, (i & 2) ? maxY : minY, (i & 4) ? maxZ : minZ); }
     Enve2d getEnve2d() const
     {
         Enve2d e;

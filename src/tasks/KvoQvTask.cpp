@@ -4,7 +4,10 @@ template class kvo::KvoArray<kvo::TagQvTaskEvent>;
 
 namespace kvo {
 
-ref_ptr<QvTagTaskEventArray> newQvTagTaskEventArray() { return ref_ptr<QvTagTaskEventArray>(new QvTagTaskEventArray()); }
+ref_ptr<QvTagTaskEventArray> newQvTagTaskEventArray()
+{
+    return ref_ptr<QvTagTaskEventArray>(new QvTagTaskEventArray());
+}
 
 long KvoTaskEventList::add(const ref_ptr<IKvoQvTaskEvent>& event)
 {

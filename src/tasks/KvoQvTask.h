@@ -77,8 +77,7 @@ public:
 
     // Calls fn on every listener of type L, front to back. A result of -1
     // stops the walk and is returned; 0 after the last, 1 when there is no list.
-    template <class L, class Fn>
-    long fire(Fn fn) const
+    template <class L, class Fn> long fire(Fn fn) const
     {
         if (!m_events)
             return 1;
@@ -96,8 +95,7 @@ private:
 };
 
 // Defaults of every task operation. T is the tool's interface class.
-template <class T>
-class CQvTaskImp : public T {
+template <class T> class CQvTaskImp : public T {
 public:
     CQvTaskImp() = default;
 

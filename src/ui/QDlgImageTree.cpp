@@ -50,9 +50,9 @@ QDlgImageTree::QDlgImageTree(QWidget* parent) : QDialog(parent)
             db->getImageInfo(info, id);
             XPnt2i size;
             info->getImageSize(size, 2);
-            auto* item = new QTreeWidgetItem(m_tree, {QString::number(id), info->getName(),
-                                                      QString("%1 x %2").arg(size.x).arg(size.y),
-                                                      mappingText(mm->isImageMapped(id) ? info->getMappingType() : -1)});
+            auto* item = new QTreeWidgetItem(
+                m_tree, {QString::number(id), info->getName(), QString("%1 x %2").arg(size.x).arg(size.y),
+                         mappingText(mm->isImageMapped(id) ? info->getMappingType() : -1)});
             item->setData(0, Qt::UserRole, qlonglong(id));
             if (id == mm->getActiveImageId())
                 m_tree->setCurrentItem(item);
@@ -77,20 +77,23 @@ bool QDlgImageTree::selectId(long id)
     return false;
 }
 
-int QDlgImageTree::imageCount() const { return m_tree->topLevelItemCount(); }
+int QDlgImageTree::imageCount() const
+{
+    return m_tree->topLevelItemCount();
+}
 
 QDlgAbout::QDlgAbout(QWidget* parent, int mode) : QDialog(parent), m_mode(mode)
 {
     auto* layout = new QVBoxLayout(this);
     if (mode == 0) {
         setWindowTitle(tr("About Quovara"));
-        auto* text = new QLabel(
-            tr("<h3>Quovara %1</h3><p>Texturing of 3-D models reconstructed from photographs.</p>"
-               "<p>Built with Qt %2.</p>")
-                .arg(QCoreApplication::applicationVersion().isEmpty() ? QString("0.1")
-                                                                       : QCoreApplication::applicationVersion())
-                .arg(QT_VERSION_STR),
-            this);
+        auto* text = new QLabel(tr("<h3>Quovara %1</h3><p>Texturing of 3-D models reconstructed from photographs.</p>"
+                                   "<p>Built with Qt %2.</p>")
+                                    .arg(QCoreApplication::applicationVersion().isEmpty()
+                                             ? QString("0.1")
+                                             : QCoreApplication::applicationVersion())
+                                    .arg(QT_VERSION_STR),
+                                this);
         text->setTextFormat(Qt::RichText);
         layout->addWidget(text);
     } else {

@@ -14,7 +14,10 @@ ref_ptr<IKvoImage> loaded(const QString& path)
     return img->loadFile(path) ? img : ref_ptr<IKvoImage>();
 }
 
-bool isWhite(const KvoColor4b& c) { return c.r > 240 && c.g > 240 && c.b > 240; }
+bool isWhite(const KvoColor4b& c)
+{
+    return c.r > 240 && c.g > 240 && c.b > 240;
+}
 
 } // namespace
 

@@ -21,8 +21,9 @@ bool writeTestPicture(const QString& path, int width, int height, int seed)
     QImage img(width, height, QImage::Format_RGB888);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            img.setPixel(x, y, qRgb((x * 255) / std::max(1, width - 1), (y * 255) / std::max(1, height - 1),
-                                    (seed * 37 + x * 3 + y * 7) & 0xff));
+            img.setPixel(x, y,
+                         qRgb((x * 255) / std::max(1, width - 1), (y * 255) / std::max(1, height - 1),
+                              (seed * 37 + x * 3 + y * 7) & 0xff));
     // A white block in the top-left corner tells flips and mirrors apart.
     for (int y = 0; y < height / 4; ++y)
         for (int x = 0; x < width / 3; ++x)
@@ -38,9 +39,15 @@ bool writeTestPicture(const QString& path, int width, int height, int seed)
 
 namespace qvtest {
 
-void StoreTest::SetUp() { kvo::getMM()->closeProject(); }
+void StoreTest::SetUp()
+{
+    kvo::getMM()->closeProject();
+}
 
-void StoreTest::TearDown() { kvo::getMM()->closeProject(); }
+void StoreTest::TearDown()
+{
+    kvo::getMM()->closeProject();
+}
 
 void StoreTest::newProject(const QString& name)
 {
