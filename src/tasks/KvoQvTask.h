@@ -182,4 +182,4 @@ private:
 
 } // namespace kvo
 
-extern template class QV_EXPORT kvo::KvoArray<kvo::TagQvTaskEvent>;
+extern template class kvo::KvoArray<kvo::TagQvTaskEvent>;
