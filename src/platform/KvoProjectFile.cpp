@@ -6,15 +6,19 @@
 #include <QVariant>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "platform/KvoModelManImpl.h"
 
 // The project file is an SQLite database. Large arrays go in as raw
 // little-endian chunks of fixed-width elements; small records as fields.
-// A save rewrites everything inside one transaction, so a crash or a kill
-// while saving leaves the last saved project as it was (SQLite rolls the
-// interrupted transaction back when the file is opened next).
+// A save writes a complete new file beside the project, syncs it and renames
+// it over the old one: the rename is atomic, so a crash or a kill while
+// saving leaves the last saved project as it was, and the data is written
+// once instead of going through a rollback journal.
 
 #if !defined(__BYTE_ORDER__) || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
 #error "The project file layout assumes a little-endian machine"
@@ -104,7 +108,6 @@ const char* kSchema[] = {
     "center_x REAL, center_y REAL, center_z REAL, up_x REAL, up_y REAL, up_z REAL, fov REAL, transparency REAL, "
     "zoom REAL)",
 };
-const char* kTables[] = {"meta", "arrays", "meshes", "images", "blobs", "vcparams"};
 
 qint64 packColor(const KvoColor4b& c)
 {
@@ -247,6 +250,17 @@ template <class T> bool readArray(const QSqlDatabase& db, const QString& name, r
     return any;
 }
 
+// Flushes a file (or a folder's entry list) to the disk.
+bool syncPath(const QString& path, bool folder)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), folder ? O_RDONLY | O_DIRECTORY : O_RDONLY);
+    if (fd < 0)
+        return false;
+    const bool ok = ::fsync(fd) == 0;
+    ::close(fd);
+    return ok;
+}
+
 } // namespace
 
 void setSaveInterruptHook(std::function<void()> hook)
@@ -262,22 +276,24 @@ long save(CKvoMM& mm, const QString& path, IKvoProgress* progress, QString& erro
         return kvoErrNoProject;
     }
     prgText(progress, "Saving project...");
-    Connection conn(path);
-    if (!conn.isOpen()) {
-        error = QString("Cannot open %1 for writing: %2").arg(path, conn.error());
-        return kvoErrIO;
-    }
-    QSqlDatabase db = conn.db();
+    const QString target = QFileInfo(path).absoluteFilePath();
+    const QString temp = target + ".saving";
+    QFile::remove(temp);
     try {
-        exec(db, "PRAGMA journal_mode=DELETE");
-        exec(db, "PRAGMA synchronous=FULL");
+        Connection conn(temp);
+        if (!conn.isOpen())
+            throw Failure{kvoErrIO, QString("cannot write %1: %2").arg(temp, conn.error())};
+        QSqlDatabase db = conn.db();
+        // A fresh file needs no journal: until the rename it is not the project.
+        exec(db, "PRAGMA page_size=65536");
+        exec(db, "PRAGMA journal_mode=OFF");
+        exec(db, "PRAGMA synchronous=OFF");
+        exec(db, "PRAGMA cache_spill=OFF");
         if (!db.transaction())
             throw Failure{kvoErrDatabase, "cannot begin: " + db.lastError().text()};
         try {
             for (const char* sql : kSchema)
                 exec(db, sql);
-            for (const char* table : kTables)
-                exec(db, QString("DELETE FROM %1").arg(table));
             Writer w(db);
             w.meta("application", kApplication);
             w.meta("format", kFormatVersion);
@@ -334,9 +350,17 @@ long save(CKvoMM& mm, const QString& path, IKvoProgress* progress, QString& erro
             throw;
         }
     } catch (const Failure& f) {
+        QFile::remove(temp);
         error = QString("Cannot save the project %1: %2").arg(path, f.message);
-        return f.code == kvoErrDatabase && !QFileInfo(path).isWritable() ? kvoErrIO : f.code;
+        return f.code;
     }
+    if (!syncPath(temp, false) ||
+        std::rename(QFile::encodeName(temp).constData(), QFile::encodeName(target).constData()) != 0) {
+        QFile::remove(temp);
+        error = QString("Cannot save the project %1: the file cannot be replaced.").arg(path);
+        return kvoErrIO;
+    }
+    syncPath(QFileInfo(target).absolutePath(), true);
     prgStep(progress, 1.0);
     return kvoOk;
 }
@@ -482,10 +506,10 @@ long load(const QString& path, CKvoMM& mm, CKvoMM::State& out, IKvoProgress* pro
                 for (unsigned v : tris->vec())
                     if (long(v) >= nv)
                         throw Failure{kvoErrBadFile, QString("mesh %1 names a vertex that is not there").arg(id)};
-                const bool hasNormals = readArray(db, prefix + "normals", normals) && normals->getCount() == faces;
-                m->setTriangleIndices(tris.get(), false);
-                if (hasNormals)
+                // Stored normals go in first, so that setting the triangles keeps them.
+                if (readArray(db, prefix + "normals", normals) && normals->getCount() == faces)
                     m->setFaceNormals(normals.get(), false);
+                m->setTriangleIndices(tris.get(), false);
                 if (readArray(db, prefix + "uvs", uvs))
                     m->setUVs(uvs.get());
                 if (readArray(db, prefix + "corners", corners) && corners->getCount() == faces * 3)
