@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/TestSupport.h"
+
 #include <cmath>
 #include <random>
 
@@ -195,31 +197,13 @@ TEST(GeometryBasics, PointsAlongLines)
     EXPECT_DOUBLE_EQ(area3d(XPnt3d(0, 0, 0), XPnt3d(3, 0, 0), XPnt3d(0, 0, 4)), 6);
 }
 
-// A rigid transform: rotation by Rodrigues' formula, then translation.
-KvoMatrix4d rigid(XPnt3d k, double angle, const XPnt3d& t)
-{
-    k.normalize();
-    double c = std::cos(angle), s = std::sin(angle), v = 1 - c;
-    KvoMatrix4d m = KvoMatrix4d::translation(t.x, t.y, t.z);
-    m[0][0] = c + k.x * k.x * v;
-    m[0][1] = k.x * k.y * v - k.z * s;
-    m[0][2] = k.x * k.z * v + k.y * s;
-    m[1][0] = k.y * k.x * v + k.z * s;
-    m[1][1] = c + k.y * k.y * v;
-    m[1][2] = k.y * k.z * v - k.x * s;
-    m[2][0] = k.z * k.x * v - k.y * s;
-    m[2][1] = k.z * k.y * v + k.x * s;
-    m[2][2] = c + k.z * k.z * v;
-    return m;
-}
-
 TEST(GeometryRegistration, RecoversAKnownRigidTransform)
 {
     std::mt19937 rng(2024);
     std::uniform_real_distribution<double> u(-1, 1);
     for (int trial = 0; trial < 20; ++trial) {
-        KvoMatrix4d truth =
-            rigid(XPnt3d(u(rng), u(rng), u(rng) + 1.2), 3 * u(rng), XPnt3d(50 * u(rng), 50 * u(rng), 50 * u(rng)));
+        KvoMatrix4d truth = qvtest::rigidTransform(XPnt3d(u(rng), u(rng), u(rng) + 1.2), 3 * u(rng),
+                                                   XPnt3d(50 * u(rng), 50 * u(rng), 50 * u(rng)));
         XPnt3d q0(u(rng), u(rng), u(rng)), q1(u(rng) + 3, u(rng), u(rng)), q2(u(rng), u(rng) + 3, u(rng));
         XPnt3d p0 = truth * q0, p1 = truth * q1, p2 = truth * q2;
         KvoMatrix4d out;

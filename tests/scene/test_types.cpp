@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/TestSupport.h"
+
 #include <algorithm>
 #include <cmath>
 #include <random>
@@ -22,24 +24,6 @@ void expectIdentity(const KvoMatrix4d& m, double tol)
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
             EXPECT_NEAR(m[r][c], r == c ? 1.0 : 0.0, tol) << "at " << r << "," << c;
-}
-
-// Rotation about a unit axis by Rodrigues' formula, built independently of KvoQuad.
-KvoMatrix4d rodrigues(XPnt3d k, double angle)
-{
-    k.normalize();
-    double c = std::cos(angle), s = std::sin(angle), t = 1 - c;
-    KvoMatrix4d m;
-    m[0][0] = c + k.x * k.x * t;
-    m[0][1] = k.x * k.y * t - k.z * s;
-    m[0][2] = k.x * k.z * t + k.y * s;
-    m[1][0] = k.y * k.x * t + k.z * s;
-    m[1][1] = c + k.y * k.y * t;
-    m[1][2] = k.y * k.z * t - k.x * s;
-    m[2][0] = k.z * k.x * t - k.y * s;
-    m[2][1] = k.z * k.y * t + k.x * s;
-    m[2][2] = c + k.z * k.z * t;
-    return m;
 }
 
 TEST(KvoMatrix4d, TranslationAndScalingMovePoints)
@@ -86,7 +70,7 @@ TEST(KvoMatrix4d, InverseRoundTripOnRandomRigidScaleTransforms)
     std::uniform_real_distribution<double> sc(0.2, 5);
     for (int trial = 0; trial < 50; ++trial) {
         KvoMatrix4d m = KvoMatrix4d::translation(100 * u(rng), 100 * u(rng), 100 * u(rng)) *
-                        rodrigues(XPnt3d(u(rng), u(rng), u(rng) + 1.5), kPi * u(rng)) *
+                        qvtest::rigidTransform(XPnt3d(u(rng), u(rng), u(rng) + 1.5), kPi * u(rng)) *
                         KvoMatrix4d::scaling(sc(rng), sc(rng), sc(rng));
         KvoMatrix4d inv;
         ASSERT_TRUE(m.inverse(inv));
@@ -151,7 +135,7 @@ TEST(KvoQuad, RotateMatchesItsMatrixAndRodrigues)
         KvoQuad q;
         q.setValue(axis, angle);
         KvoMatrix4d m = q.toMatrix();
-        KvoMatrix4d r = rodrigues(axis, angle);
+        KvoMatrix4d r = qvtest::rigidTransform(axis, angle);
         for (int i = 0; i < 4; ++i)
             for (int j = 0; j < 4; ++j)
                 EXPECT_NEAR(m[i][j], r[i][j], 1e-12);

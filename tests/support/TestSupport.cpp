@@ -62,6 +62,23 @@ QString StoreTest::projectFolder() const
     return project ? project->getFolder() : QString();
 }
 
+KvoMatrix4d rigidTransform(XPnt3d k, double angle, const XPnt3d& t)
+{
+    k.normalize();
+    const double c = std::cos(angle), s = std::sin(angle), v = 1 - c;
+    KvoMatrix4d m = KvoMatrix4d::translation(t.x, t.y, t.z);
+    m[0][0] = c + k.x * k.x * v;
+    m[0][1] = k.x * k.y * v - k.z * s;
+    m[0][2] = k.x * k.z * v + k.y * s;
+    m[1][0] = k.y * k.x * v + k.z * s;
+    m[1][1] = c + k.y * k.y * v;
+    m[1][2] = k.y * k.z * v - k.x * s;
+    m[2][0] = k.z * k.x * v - k.y * s;
+    m[2][1] = k.z * k.y * v + k.x * s;
+    m[2][2] = c + k.z * k.z * v;
+    return m;
+}
+
 bool copyFile(const QString& from, const QString& to)
 {
     QFile::remove(to);

@@ -7,6 +7,8 @@
 
 #include <ostream>
 
+#include "scene/KvoTypes.h"
+
 // Readable failure messages for Qt strings.
 QT_BEGIN_NAMESPACE
 inline void PrintTo(const QString& s, std::ostream* os)
@@ -31,6 +33,9 @@ private:
 // Writes a w x h picture that is not symmetric in any axis (a gradient with a
 // white block in the top-left corner) and returns true on success.
 bool writeTestPicture(const QString& path, int width, int height, int seed = 0);
+
+// A rigid transform: rotation by angle (radians) about axis (Rodrigues' formula), then translation.
+KvoMatrix4d rigidTransform(XPnt3d axis, double angle, const XPnt3d& translation = XPnt3d());
 
 // Copies a file byte for byte; false on failure.
 bool copyFile(const QString& from, const QString& to);
