@@ -2,6 +2,8 @@
 
 #include <QDialog>
 
+#include "scene/KvoExport.h"
+
 class QLineEdit;
 class QLabel;
 class QPushButton;
@@ -10,7 +12,7 @@ namespace kvo {
 
 // Asks where a new project goes: a folder and a name. The project file is
 // folder/name.qvj; OK stays disabled until both make a usable path.
-class QDlgProjectNew : public QDialog {
+class QV_EXPORT QDlgProjectNew : public QDialog {
     Q_OBJECT
 public:
     explicit QDlgProjectNew(const QString& path, QWidget* parent = nullptr);

@@ -22,7 +22,7 @@ public:
     {
         long left = m_refs.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (left == 0)
-            delete this;
+            destroy();
         return left;
     }
     long AddRef() const { return ref(); }
@@ -32,6 +32,10 @@ protected:
     virtual ~KvoReferenced() = default;
 
 private:
+    // Out of line: the deleting destructor is virtual, and keeping the delete
+    // where the compiler cannot see the object's layout avoids false alarms.
+    void destroy() const;
+
     mutable std::atomic<long> m_refs{0};
 };
 

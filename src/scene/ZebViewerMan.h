@@ -38,6 +38,12 @@ public:
     virtual XPnt3d& pickPoint(XPnt3d& out, double x, double y) const = 0;
     // Window position (x, y down) and depth of a model point.
     virtual XPnt3d& projectToWindow(XPnt3d& out, double x, double y, double z) const = 0;
+    // The model point at a window position (y down) and depth in [0, 1].
+    virtual XPnt3d& unprojectFromWindow(XPnt3d& out, double x, double y, double depth) const = 0;
+    // The line of sight through a window position: from the near plane, unit direction.
+    virtual bool getRay(double x, double y, XPnt3d& origin, XPnt3d& direction) const = 0;
+    // Forgets what picking keeps between picks, so that the next pick sees the scene anew.
+    virtual void resetPickState() = 0;
 };
 
 class IZebViewer;

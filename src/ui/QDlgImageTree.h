@@ -2,13 +2,15 @@
 
 #include <QDialog>
 
+#include "scene/KvoExport.h"
+
 class QTreeWidget;
 
 namespace kvo {
 
 // Lists the project's images with their size and mapping; the chosen id is
 // selectedId() after accept.
-class QDlgImageTree : public QDialog {
+class QV_EXPORT QDlgImageTree : public QDialog {
     Q_OBJECT
 public:
     explicit QDlgImageTree(QWidget* parent = nullptr);
@@ -22,7 +24,7 @@ private:
 };
 
 // About the program (mode 0) or its keyboard and mouse shortcuts (mode 1).
-class QDlgAbout : public QDialog {
+class QV_EXPORT QDlgAbout : public QDialog {
     Q_OBJECT
 public:
     QDlgAbout(QWidget* parent, int mode);

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "scene/KvoTypes.h"
+
+namespace kvo {
+
+// Camera math with exactly GLU's conventions. Matrices are double[16] in
+// column-major order, as OpenGL keeps them; window y runs up, as in GL.
+
+QV_EXPORT void identityMatrix(double m[16]);
+// out = a * b (out may be a or b).
+QV_EXPORT void multiplyMatrix(const double a[16], const double b[16], double out[16]);
+// False, leaving out unchanged, when m is singular.
+QV_EXPORT bool invertMatrix(const double m[16], double out[16]);
+// gluPerspective.
+QV_EXPORT void perspectiveMatrix(double fovyDeg, double aspect, double zNear, double zFar, double m[16]);
+// gluLookAt.
+QV_EXPORT void lookAtMatrix(const XPnt3d& eye, const XPnt3d& center, const XPnt3d& up, double m[16]);
+// gluProject: false where the point's w is 0.
+QV_EXPORT bool projectPoint(const XPnt3d& obj, const double model[16], const double proj[16], const int viewport[4],
+                            XPnt3d& win);
+// gluUnProject: false when model * proj is singular.
+QV_EXPORT bool unprojectPoint(const XPnt3d& win, const double model[16], const double proj[16], const int viewport[4],
+                              XPnt3d& obj);
+
+} // namespace kvo
