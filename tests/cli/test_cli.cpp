@@ -1,4 +1,6 @@
+#include <QFile>
 #include <QProcess>
+#include <QStandardPaths>
 
 #include "support/TestSupport.h"
 
@@ -41,7 +43,7 @@ TEST(Cli, NewAndAddImageReportBadInput)
     ASSERT_TRUE(qvtest::writeTestPicture(dir.file("a.png"), 30, 20));
     ASSERT_EQ(cli({"new", dir.file("p.qvj")}).code, 0);
     EXPECT_EQ(cli({"new", dir.file("p.qvj")}).code, 1) << "an existing project is not replaced";
-    CliRun add = cli({"add-image", dir.file("p.qvj"), dir.file("a.png"), dir.file("missing.png")});
+    CliRun add = cli({"add-images", dir.file("p.qvj"), dir.file("a.png"), dir.file("missing.png")});
     EXPECT_EQ(add.code, 1);
     EXPECT_TRUE(add.out.contains("as image 1"));
     EXPECT_TRUE(add.err.contains("missing.png"));
@@ -51,4 +53,74 @@ TEST(Cli, NewAndAddImageReportBadInput)
     EXPECT_EQ(bad.code, 1);
     EXPECT_TRUE(bad.err.contains("does not exist")) << bad.err.toStdString();
     EXPECT_EQ(cli({"frobnicate"}).code, 2);
+}
+
+TEST(Cli, EverySubcommandAnswersHelpAndMisuseWithUsage)
+{
+    CliRun list = cli({"--help"});
+    ASSERT_EQ(list.code, 0);
+    for (const char* name : {"new", "open", "info", "add-images", "demo"}) {
+        EXPECT_TRUE(list.out.contains(QString("  %1 ").arg(name))) << name;
+        CliRun help = cli({name, "--help"});
+        EXPECT_EQ(help.code, 0) << name;
+        EXPECT_TRUE(help.out.startsWith(QString("Usage: quovara-cli %1").arg(name))) << help.out.toStdString();
+        EXPECT_TRUE(help.err.isEmpty());
+    }
+    // Too few arguments: exit 2 with the usage as the one-line reason.
+    CliRun misuse = cli({"add-images", "only-a-project.qvj"});
+    EXPECT_EQ(misuse.code, 2);
+    EXPECT_EQ(misuse.err.trimmed(), "quovara-cli: usage: quovara-cli add-images PROJECT.qvj IMAGE...");
+    EXPECT_EQ(cli({}).code, 2);
+}
+
+TEST(Cli, OpenIsInfoAndTheOldAddImageSpellingStillWorks)
+{
+    qvtest::ScratchDir dir;
+    ASSERT_TRUE(qvtest::writeTestPicture(dir.file("a.png"), 30, 20));
+    ASSERT_TRUE(qvtest::writeTestPicture(dir.file("b.jpg"), 40, 24));
+    ASSERT_EQ(cli({"new", dir.file("p.qvj")}).code, 0);
+    ASSERT_EQ(cli({"add-image", dir.file("p.qvj"), dir.file("a.png")}).code, 0);
+    ASSERT_EQ(cli({"add-images", dir.file("p.qvj"), dir.file("b.jpg")}).code, 0);
+    CliRun open = cli({"open", dir.file("p.qvj")});
+    ASSERT_EQ(open.code, 0) << open.err.toStdString();
+    EXPECT_EQ(open.out, cli({"info", dir.file("p.qvj")}).out);
+    EXPECT_TRUE(open.out.contains("Images: 2")) << open.out.toStdString();
+    EXPECT_TRUE(open.out.contains("\"b.jpg\": 40x24")) << open.out.toStdString();
+}
+
+TEST(Cli, AnUndecodableImageLeavesTheProjectAsItWas)
+{
+    qvtest::ScratchDir dir;
+    ASSERT_TRUE(qvtest::writeTestPicture(dir.file("a.png"), 30, 20));
+    {
+        QFile junk(dir.file("junk.jpg"));
+        ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+        junk.write("this is not a picture");
+    }
+    ASSERT_EQ(cli({"new", dir.file("p.qvj")}).code, 0);
+    ASSERT_EQ(cli({"add-images", dir.file("p.qvj"), dir.file("a.png")}).code, 0);
+    const QString before = cli({"info", dir.file("p.qvj")}).out;
+    CliRun add = cli({"add-images", dir.file("p.qvj"), dir.file("junk.jpg")});
+    EXPECT_EQ(add.code, 1);
+    EXPECT_TRUE(add.err.contains("junk.jpg: not added (not a readable image)")) << add.err.toStdString();
+    EXPECT_EQ(cli({"info", dir.file("p.qvj")}).out, before);
+}
+
+// Under a terminal the long steps draw a bar on stderr; piped output stays clean.
+TEST(Cli, ProgressBarOnlyOnATerminal)
+{
+    if (QStandardPaths::findExecutable("script").isEmpty())
+        GTEST_SKIP() << "no script(1) to provide a terminal";
+    qvtest::ScratchDir dir;
+    CliRun piped = cli({"demo", "--out", dir.file("piped")});
+    ASSERT_EQ(piped.code, 0);
+    EXPECT_FALSE(piped.err.contains("[#")) << piped.err.toStdString();
+    QProcess p;
+    const QString command = QString("'%1' demo --out '%2'").arg(QUOVARA_CLI_PATH, dir.file("tty"));
+    p.start("script", {"-qec", command, "/dev/null"});
+    ASSERT_TRUE(p.waitForFinished(120000));
+    EXPECT_EQ(p.exitCode(), 0);
+    const QString all = QString::fromUtf8(p.readAllStandardOutput());
+    EXPECT_TRUE(all.contains("100.0%")) << all.toStdString();
+    EXPECT_TRUE(all.contains("Images: 2"));
 }

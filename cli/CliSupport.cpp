@@ -1,0 +1,97 @@
+#include "CliSupport.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "scene/KvoStore.h"
+
+namespace qvcli {
+
+void out(const QString& s)
+{
+    std::fputs(qPrintable(s + "\n"), stdout);
+}
+
+void err(const QString& s)
+{
+    std::fputs(qPrintable("quovara-cli: " + s + "\n"), stderr);
+}
+
+std::map<QString, Command>& commands()
+{
+    static std::map<QString, Command> table;
+    return table;
+}
+
+Register::Register(const QString& name, Command command)
+{
+    commands()[name] = std::move(command);
+}
+
+int openOrFail(const QString& path)
+{
+    kvo::IKvoMM* mm = kvo::getMM();
+    TerminalProgress progress;
+    if (mm->openProject(path, &progress) != kvo::kvoOk) {
+        progress.finish();
+        err(mm->getLastError());
+        return 1;
+    }
+    return 0;
+}
+
+int saveOrFail()
+{
+    kvo::IKvoMM* mm = kvo::getMM();
+    TerminalProgress progress;
+    if (mm->saveProject(&progress) != kvo::kvoOk) {
+        progress.finish();
+        err(mm->getLastError());
+        return 1;
+    }
+    return 0;
+}
+
+TerminalProgress::TerminalProgress() : m_tty(isatty(STDERR_FILENO) == 1)
+{
+    if (m_tty)
+        setListener([this](double position, const QString& caption) { draw(position, caption); });
+}
+
+TerminalProgress::~TerminalProgress()
+{
+    finish();
+}
+
+void TerminalProgress::finish()
+{
+    std::lock_guard<std::mutex> lock(m_drawMutex);
+    if (m_drawn) {
+        // Wipe the bar so the next line starts clean.
+        std::fputs("\r\033[K", stderr);
+        std::fflush(stderr);
+        m_drawn = false;
+    }
+    m_lastPermille = -1;
+}
+
+void TerminalProgress::draw(double position, const QString& caption)
+{
+    std::lock_guard<std::mutex> lock(m_drawMutex);
+    const int permille = int(position * 1000.0 + 0.5);
+    if (permille == m_lastPermille && caption == m_lastCaption)
+        return;
+    m_lastPermille = permille;
+    m_lastCaption = caption;
+    constexpr int width = 30;
+    const int filled = std::min(width, std::max(0, permille * width / 1000));
+    QString bar = QString(filled, '#') + QString(width - filled, '-');
+    QString text = QString("\r\033[K[%1] %2% %3").arg(bar).arg(permille / 10.0, 5, 'f', 1).arg(caption.left(40));
+    std::fputs(qPrintable(text), stderr);
+    std::fflush(stderr);
+    m_drawn = true;
+}
+
+} // namespace qvcli

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <map>
+#include <mutex>
+
+#include "platform/KvoProgressImpl.h"
+
+namespace qvcli {
+
+void out(const QString& s);
+// One line on stderr, prefixed with the program's name.
+void err(const QString& s);
+
+// A sub-command. run gets the arguments after the command's name and answers
+// the exit code: 0 done, 1 failed (with a one-line reason on stderr), 2 misuse.
+struct Command {
+    QString usage;
+    QString help;
+    std::function<int(const QStringList&)> run;
+};
+
+std::map<QString, Command>& commands();
+
+// Each file of sub-commands registers its rows with a static instance.
+struct Register {
+    Register(const QString& name, Command command);
+};
+
+// The project at path is opened, or the reason is on stderr and the answer is 1.
+int openOrFail(const QString& path);
+// Saves the open project; 1 with the reason on stderr when that fails.
+int saveOrFail();
+
+// Progress drawn as a bar on stderr, only when stderr is a terminal:
+// scripts and pipes get clean output.
+class TerminalProgress : public kvo::CKvoProgress {
+public:
+    TerminalProgress();
+    ~TerminalProgress() override;
+    void finish();
+
+private:
+    void draw(double position, const QString& caption);
+    bool m_tty;
+    std::mutex m_drawMutex; // steps may come from worker threads
+    int m_lastPermille = -1;
+    QString m_lastCaption;
+    bool m_drawn = false;
+};
+
+} // namespace qvcli
