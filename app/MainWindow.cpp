@@ -3,7 +3,9 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDir>
 #include <QDockWidget>
+#include <QFile>
 #include <QFileInfo>
 #include <QLabel>
 #include <QMenuBar>
@@ -11,12 +13,15 @@
 #include <QSettings>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QTextStream>
+#include <QThread>
 
 #include "ImageView.h"
 #include "ModelView.h"
 #include "Panels.h"
 #include "commands/KvoCommands.h"
 #include "platform/KvoModelManImpl.h"
+#include "platform/KvoTrackBallImpl.h"
 #include "scene/KvoPresenter.h"
 
 using namespace kvo;
@@ -231,6 +236,32 @@ void MainWindow::refreshAll()
     updateActions();
 }
 
+bool MainWindow::renderViews(const QString& folder)
+{
+    QDir dir(folder);
+    if (!dir.mkpath("."))
+        return false;
+    bool ok = grab().save(dir.filePath("window.png"));
+    ok = m_modelView->grabFramebuffer().save(dir.filePath("model.png")) && ok;
+    ok = m_imageView->grab().save(dir.filePath("image.png")) && ok;
+    QFile file(dir.filePath("views.txt"));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
+        return false;
+    QTextStream out(&file);
+    out.setRealNumberPrecision(17);
+    CKvoTrackBall* ball = m_vm->modelViewer()->trackBall();
+    int viewport[4];
+    ball->getViewport(viewport);
+    const XPnt3d e = ball->getEye(), c = ball->getCenter(), u = ball->getUp();
+    out << "model " << viewport[2] << ' ' << viewport[3] << ' ' << e.x << ' ' << e.y << ' ' << e.z << ' ' << c.x << ' '
+        << c.y << ' ' << c.z << ' ' << u.x << ' ' << u.y << ' ' << u.z << ' ' << ball->getFovY() << ' '
+        << ball->getNear() << ' ' << ball->getFar() << '\n';
+    const KvoImageViewTransform& t = m_vm->imageViewer()->transform();
+    out << "image " << m_imageView->width() << ' ' << m_imageView->height() << ' ' << t.getZoom() << ' '
+        << t.getOffset().x << ' ' << t.getOffset().y << '\n';
+    return ok && out.status() == QTextStream::Ok;
+}
+
 void MainWindow::showError(const QString& text)
 {
     KvoMessage m;
@@ -243,11 +274,29 @@ void MainWindow::showError(const QString& text)
 
 void MainWindow::showProgress(double position, const QString& caption)
 {
+    // Steps may come from worker threads; widgets are touched on ours only.
+    if (QThread::currentThread() != thread()) {
+        QMetaObject::invokeMethod(
+            this, [this, position, caption] { showProgress(position, caption); }, Qt::QueuedConnection);
+        return;
+    }
     m_caption->setText(caption);
     m_bar->setVisible(position > 0 && position < 1);
     m_bar->setValue(int(position * 1000));
-    // Long work runs on this thread: let the window repaint, but take no input.
-    QApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+    // Long work runs on this thread: let the window repaint (a few times a
+    // second is enough), but take no input.
+    if (!m_repaintClock.isValid() || m_repaintClock.elapsed() > 100) {
+        QApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+        m_repaintClock.restart();
+    }
+}
+
+void MainWindow::endProgress()
+{
+    m_progress.reset();
+    m_caption->clear();
+    m_bar->hide();
+    m_repaintClock.invalidate();
 }
 
 bool MainWindow::maybeSave()
@@ -272,7 +321,9 @@ void MainWindow::newProject()
     m_vm->endCurrentTask();
     getMM()->closeProject();
     m_progress.reset();
-    if (getMM()->newProject(path, &m_progress) != kvoOk) {
+    const long rc = getMM()->newProject(path, &m_progress);
+    endProgress();
+    if (rc != kvoOk) {
         showError(getMM()->getLastError());
         return;
     }
@@ -294,7 +345,9 @@ bool MainWindow::openProject(const QString& path)
     if (m_vm->endCurrentTask() == kvoTaskRefused || !maybeSave())
         return false;
     m_progress.reset();
-    if (getMM()->openProject(path, &m_progress) != kvoOk) {
+    const long rc = getMM()->openProject(path, &m_progress);
+    endProgress();
+    if (rc != kvoOk) {
         showError(getMM()->getLastError());
         return false;
     }
@@ -305,7 +358,7 @@ bool MainWindow::openProject(const QString& path)
     db->addEvent(newImageDbEvent());
     addRecent(project->getFilePath());
     m_modelView->resetCache();
-    m_modelView->fitToModel();
+    m_modelView->viewModelFromFront();
     refreshAll();
     return true;
 }
@@ -313,7 +366,9 @@ bool MainWindow::openProject(const QString& path)
 bool MainWindow::saveProject()
 {
     m_progress.reset();
-    if (getMM()->saveProject(&m_progress) != kvoOk) {
+    const long rc = getMM()->saveProject(&m_progress);
+    endProgress();
+    if (rc != kvoOk) {
         showError(getMM()->getLastError());
         return false;
     }
@@ -329,7 +384,9 @@ bool MainWindow::saveProjectAs()
     if (path.isEmpty())
         return false;
     m_progress.reset();
-    if (getMM()->saveProjectAs(path, &m_progress) != kvoOk) {
+    const long rc = getMM()->saveProjectAs(path, &m_progress);
+    endProgress();
+    if (rc != kvoOk) {
         showError(getMM()->getLastError());
         return false;
     }

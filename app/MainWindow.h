@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 
 #include "platform/KvoProgressImpl.h"
@@ -30,6 +31,9 @@ public:
     // Opens a project file; false (with a message) when it can't.
     bool openProject(const QString& path);
     ModelView* modelView() const { return m_modelView; }
+    // Writes window.png, model.png, image.png and views.txt (the 3-D view's
+    // camera and the image view's zoom) into folder; false when it can't.
+    bool renderViews(const QString& folder);
     ImageView* imageView() const { return m_imageView; }
 
 public slots:
@@ -53,10 +57,13 @@ private:
     // Asks to save a changed project; false when the user cancels.
     bool maybeSave();
     void showProgress(double position, const QString& caption);
+    // Clears the status bar after a long operation.
+    void endProgress();
     void showError(const QString& text);
 
     kvo::ref_ptr<kvo::CZebViewerMan> m_vm;
     kvo::CKvoProgress m_progress;
+    QElapsedTimer m_repaintClock;
     ModelView* m_modelView;
     ImageView* m_imageView;
     QSplitter* m_splitter;

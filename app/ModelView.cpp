@@ -46,6 +46,12 @@ void ModelView::fitToModel()
     update();
 }
 
+void ModelView::viewModelFromFront()
+{
+    m_vm->modelViewer()->trackBall()->viewFromFront();
+    update();
+}
+
 void ModelView::initializeGL()
 {
     initializeOpenGLFunctions();

@@ -19,6 +19,8 @@ public:
     explicit ModelView(kvo::ref_ptr<kvo::CZebViewerMan> vm, QWidget* parent = nullptr);
     ~ModelView() override;
     void fitToModel();
+    // A model seen for the first time: from the front and above, all of it in view.
+    void viewModelFromFront();
     // Drops every cached mesh and texture (after a project changed).
     void resetCache();
 
