@@ -35,6 +35,8 @@ public:
     // camera and the image view's zoom) into folder; false when it can't.
     bool renderViews(const QString& folder);
     ImageView* imageView() const { return m_imageView; }
+    MeshPanel* meshPanel() const { return m_meshPanel; }
+    ImagePanel* imagePanel() const { return m_imagePanel; }
 
 public slots:
     void newProject();
