@@ -24,30 +24,11 @@ long kvoModifierWord(Qt::KeyboardModifiers modifiers, Qt::MouseButtons buttons)
 
 // ---------------------------------------------------------------- render hooks
 
-long KvoRenderList::add(const ref_ptr<IZebRender>& render)
-{
-    if (!render)
-        return -1;
-    m_hooks.push_back({m_next, render});
-    return m_next++;
-}
-
-void KvoRenderList::remove(long id)
-{
-    for (auto it = m_hooks.begin(); it != m_hooks.end(); ++it)
-        if (it->first == id) {
-            m_hooks.erase(it);
-            return;
-        }
-}
-
 long KvoRenderList::drawAll(long view, const ref_ptr<IZebViewer>& viewer) const
 {
-    // A hook may remove itself while drawing: walk a copy.
-    auto hooks = m_hooks;
     long drawn = 0;
-    for (auto& h : hooks)
-        if (h.second->draw(view, viewer) == 0)
+    for (auto& h : snapshot())
+        if (h->draw(view, viewer) == 0)
             ++drawn;
     return drawn;
 }
@@ -135,19 +116,12 @@ void CZebModelViewer::setSize(long width, long height)
 
 long CZebImageViewer::addImgEvent(const ref_ptr<IZebImgEvent>& event)
 {
-    if (!event)
-        return -1;
-    m_events.push_back({m_nextEvent, event});
-    return m_nextEvent++;
+    return m_events.add(event);
 }
 
 void CZebImageViewer::removeImgEvent(long id)
 {
-    for (auto it = m_events.begin(); it != m_events.end(); ++it)
-        if (it->first == id) {
-            m_events.erase(it);
-            return;
-        }
+    m_events.remove(id);
 }
 
 XPnt2d& CZebImageViewer::screenToImage(XPnt2d& out, double x, double y) const
@@ -180,9 +154,8 @@ void CZebImageViewer::showImage(long id, long width, long height)
     m_transform.fit();
     if (!changed)
         return;
-    auto events = m_events;
-    for (auto& e : events)
-        e.second->onImageChanged();
+    for (auto& e : m_events.snapshot())
+        e->onImageChanged();
 }
 
 // ---------------------------------------------------------------- viewer manager

@@ -20,18 +20,45 @@ namespace kvo {
 // The modifier word of the views from Qt's modifiers and buttons.
 QV_EXPORT long kvoModifierWord(Qt::KeyboardModifiers modifiers, Qt::MouseButtons buttons);
 
-// Registry of render hooks with ids that are never reused.
-class QV_EXPORT KvoRenderList {
+// Hooks kept in the order added, under ids that are never reused.
+template <class T> class KvoIdRegistry {
 public:
-    long add(const ref_ptr<IZebRender>& render);
-    void remove(long id);
-    // Draws every hook in the order added; the number of hooks that drew.
-    long drawAll(long view, const ref_ptr<IZebViewer>& viewer) const;
+    // The new hook's id, or -1 for a null hook.
+    long add(const ref_ptr<T>& hook)
+    {
+        if (!hook)
+            return -1;
+        m_hooks.push_back({m_next, hook});
+        return m_next++;
+    }
+    void remove(long id)
+    {
+        for (auto it = m_hooks.begin(); it != m_hooks.end(); ++it)
+            if (it->first == id) {
+                m_hooks.erase(it);
+                return;
+            }
+    }
     long count() const { return long(m_hooks.size()); }
+    // A copy to walk: a hook may add or remove hooks while it is called.
+    std::vector<ref_ptr<T>> snapshot() const
+    {
+        std::vector<ref_ptr<T>> out;
+        out.reserve(m_hooks.size());
+        for (auto& h : m_hooks)
+            out.push_back(h.second);
+        return out;
+    }
 
 private:
-    std::vector<std::pair<long, ref_ptr<IZebRender>>> m_hooks;
+    std::vector<std::pair<long, ref_ptr<T>>> m_hooks;
     long m_next = 1;
+};
+
+class QV_EXPORT KvoRenderList : public KvoIdRegistry<IZebRender> {
+public:
+    // Draws every hook in the order added; the number of hooks that drew.
+    long drawAll(long view, const ref_ptr<IZebViewer>& viewer) const;
 };
 
 // Where a task's panel dialog lives; the application docks what is attached.
@@ -139,13 +166,12 @@ public:
     void setSize(long width, long height);
     KvoImageViewTransform& transform() { return m_transform; }
     const KvoRenderList& renders() const { return m_renders; }
-    long imageEventCount() const { return long(m_events.size()); }
+    long imageEventCount() const { return m_events.count(); }
 
 private:
     KvoImageViewTransform m_transform;
     KvoRenderList m_renders;
-    std::vector<std::pair<long, ref_ptr<IZebImgEvent>>> m_events;
-    long m_nextEvent = 1;
+    KvoIdRegistry<IZebImgEvent> m_events;
     long m_imageId = -1;
     long m_width = 800, m_height = 600;
 };
