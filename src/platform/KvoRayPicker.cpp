@@ -15,8 +15,9 @@ KvoRayPicker::Key KvoRayPicker::keyOf(const ref_ptr<IKvoMesh>& mesh)
 {
     IKvoModel* model = mesh->getModel();
     const Pnt3fArray* v = model ? model->getVertices() : nullptr;
-    return {mesh.get(), mesh->getDisplayVersion(), mesh->getFaceCount(), v ? v->getData() : nullptr,
-            v ? v->getCount() : 0};
+    const void* data = v ? v->getData() : nullptr;
+    const long count = v ? v->getCount() : 0;
+    return {mesh.get(), mesh->getDisplayVersion(), mesh->getFaceCount(), v, data, count};
 }
 
 bool KvoRayPicker::isCurrentFor(const ref_ptr<MeshArray>& meshes) const
@@ -26,8 +27,8 @@ bool KvoRayPicker::isCurrentFor(const ref_ptr<MeshArray>& meshes) const
         return false;
     for (long i = 0; i < n; ++i) {
         const Key k = keyOf(meshes->getAt(i)), &o = m_keys[size_t(i)];
-        if (k.mesh != o.mesh || k.version != o.version || k.faces != o.faces || k.vertices != o.vertices ||
-            k.vertexCount != o.vertexCount)
+        if (k.mesh.get() != o.mesh.get() || k.version != o.version || k.faces != o.faces ||
+            k.vertexArray.get() != o.vertexArray.get() || k.vertices != o.vertices || k.vertexCount != o.vertexCount)
             return false;
     }
     return true;

@@ -25,9 +25,13 @@ private:
         int start, count; // leaf: triangles [start, start+count); inner: count 0, children start, start+1
     };
     struct Key {
-        const IKvoMesh* mesh;
+        // The mesh and its vertex array are held, not only remembered: freed,
+        // their memory could go to a later mesh or array that would then pass
+        // for the one the tree was built from.
+        ref_ptr<const IKvoMesh> mesh;
         unsigned long long version;
         long faces;
+        ref_ptr<const Pnt3fArray> vertexArray;
         const void* vertices;
         long vertexCount;
     };

@@ -181,14 +181,18 @@ void CKvoTrackBall::zoom(double factor)
 {
     if (!(factor > 0))
         return;
+    const double before = (m_eye - m_center).norm();
     const XPnt3d offset = (m_eye - m_center) / factor;
     if (offset.norm() < 1e-9)
         return;
     m_eye = m_center + offset;
-    // Clip planes follow so that close views are not cut.
+    // Clip planes follow so that close views are not cut, and distant ones
+    // keep the depth behind the centre they had: else zooming out a few
+    // times pushes the whole model past the far plane.
     const double d = offset.norm();
     if (m_near > d * 0.5)
         m_near = d * 0.01;
+    m_far = std::max(m_far, d + (m_far - before));
 }
 
 void CKvoTrackBall::fitToBox(const Enve3d& box)
