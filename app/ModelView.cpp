@@ -75,9 +75,11 @@ void ModelView::prepare(MeshDraw& d, const ref_ptr<IKvoMesh>& mesh)
     const Pnt3fArray* verts = model ? model->getVertices() : nullptr;
     if (!verts)
         return;
-    if (d.version == mesh->getDisplayVersion() && d.vertices == verts->getData() && d.vertexCount == verts->getCount())
+    if (d.version == mesh->getDisplayVersion() && d.vertexArray.get() == verts && d.vertices == verts->getData() &&
+        d.vertexCount == verts->getCount())
         return;
     d.version = mesh->getDisplayVersion();
+    d.vertexArray = verts;
     d.vertices = verts->getData();
     d.vertexCount = verts->getCount();
     const XPnt3f* v = verts->getData();

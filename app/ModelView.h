@@ -42,6 +42,8 @@ private:
     // Per-corner arrays of one mesh, rebuilt when the mesh or the vertices change.
     struct MeshDraw {
         unsigned long long version = ~0ULL;
+        // Held, not only remembered, so that its memory cannot pass for a new array's.
+        kvo::ref_ptr<const kvo::Pnt3fArray> vertexArray;
         const void* vertices = nullptr;
         long vertexCount = -1;
         std::vector<float> positions, normals, uvs;

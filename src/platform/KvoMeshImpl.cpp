@@ -396,9 +396,14 @@ CKvoModel::~CKvoModel()
             cm->detachModel();
 }
 
-void CKvoModel::setVertices(Pnt3fArray* vertices, bool)
+void CKvoModel::setVertices(Pnt3fArray* vertices, bool refresh)
 {
     m_vertices = vertices ? ref_ptr<Pnt3fArray>(vertices) : newPnt3fArray();
+    // Vertices edited in place come back as the same array: only the meshes'
+    // display versions tell views and pickers to look again.
+    if (refresh)
+        for (auto& m : m_meshes)
+            m->refreshDisplay();
 }
 
 void CKvoModel::setVertexNormals(Pnt3fArray* normals, bool, bool compute)

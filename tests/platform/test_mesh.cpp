@@ -171,3 +171,19 @@ TEST(KvoModel, MeshesHaveUniqueIdsAndVertexNormalsAverageFaces)
     model.reset();
     EXPECT_EQ(mesh->getModel(), nullptr);
 }
+
+// Vertices edited in place come back as the same array; with refresh the
+// meshes' display versions move, so views and pickers look again.
+TEST(KvoModel, SetVerticesWithRefreshMovesTheMeshesDisplayVersions)
+{
+    ref_ptr<IKvoMesh> mesh;
+    ref_ptr<IKvoModel> model = squareModel(mesh);
+    const unsigned long long before = mesh->getDisplayVersion();
+    Pnt3fArray* v = model->getVertices();
+    (*v)[4] = XPnt3f(3, 0, 0);
+    model->setVertices(v, false);
+    EXPECT_EQ(mesh->getDisplayVersion(), before);
+    model->setVertices(v, true);
+    EXPECT_GT(mesh->getDisplayVersion(), before);
+    EXPECT_EQ(model->getVertices()->getAt(4).x, 3.f);
+}
