@@ -134,12 +134,83 @@ void KvoRasterizer::emit(const double clip[][4], int n, int32_t mesh, int32_t fa
     }
 }
 
-void KvoRasterizer::setup(const XPnt3f* v, long nv, const unsigned* t, long nf, int32_t mesh, bool cull,
-                          std::vector<ScreenTri>& out) const
+namespace {
+
+// A vertex in the window, when it lies inside every clip plane.
+struct WinVertex {
+    int64_t x, y; // 1/256 pixel, y down
+    float z;
+    uint8_t code; // planes it is outside of
+};
+
+int firstRow(int64_t lo)
 {
-    // Each vertex is transformed once, however many triangles share it.
+    // The first row whose centre (row * 256 + 128) is at or below lo.
+    const int64_t v = lo - kSub / 2 + kSub - 1;
+    return v >= 0 ? int(v / kSub) : 0;
+}
+
+int lastRow(int64_t hi)
+{
+    const int64_t v = hi - kSub / 2;
+    return v >= 0 ? int(v / kSub) : -1;
+}
+
+} // namespace
+
+void KvoRasterizer::rasterRows(const int64_t* X, const int64_t* Y, const float* Z, int32_t mesh, int32_t face, int rowA,
+                               int rowB)
+{
+    const int64_t xlo = std::min({X[0], X[1], X[2]}), xhi = std::max({X[0], X[1], X[2]});
+    const int colA = std::max(firstRow(xlo), m_rx0), colB = std::min(lastRow(xhi), m_rx1 - 1);
+    if (colA > colB)
+        return;
+    // Edge k runs from corner k to corner k+1; inside is E >= 0 (area > 0
+    // here), and a pixel centre exactly on an edge belongs to the triangle
+    // when the edge is a top or a left one.
+    int64_t dxE[3], dyE[3], bias[3];
+    for (int k = 0; k < 3; ++k) {
+        const int j = k == 2 ? 0 : k + 1;
+        dxE[k] = X[j] - X[k];
+        dyE[k] = Y[j] - Y[k];
+        bias[k] = (dyE[k] < 0 || (dyE[k] == 0 && dxE[k] > 0)) ? 0 : -1;
+    }
+    const int64_t area = dxE[0] * (Y[2] - Y[0]) - dyE[0] * (X[2] - X[0]);
+    // Depth: z0 + (z1 - z0) E2 / area + (z2 - z0) E0 / area, E2 being the edge
+    // opposite corner 1 and E0 the one opposite corner 2.
+    const double za = double(Z[1] - Z[0]) / double(area), zb = double(Z[2] - Z[0]) / double(area);
+    const int64_t px0 = int64_t(colA) * kSub + kSub / 2;
+    const int64_t stepX[3] = {dyE[0] * kSub, dyE[1] * kSub, dyE[2] * kSub};
+    for (int row = rowA; row <= rowB; ++row) {
+        const int64_t py = int64_t(row) * kSub + kSub / 2;
+        int64_t e0 = dxE[0] * (py - Y[0]) - dyE[0] * (px0 - X[0]) + bias[0];
+        int64_t e1 = dxE[1] * (py - Y[1]) - dyE[1] * (px0 - X[1]) + bias[1];
+        int64_t e2 = dxE[2] * (py - Y[2]) - dyE[2] * (px0 - X[2]) + bias[2];
+        const size_t rowBase = size_t(row) * size_t(m_width);
+        for (int col = colA; col <= colB; ++col, e0 -= stepX[0], e1 -= stepX[1], e2 -= stepX[2]) {
+            if ((e0 | e1 | e2) < 0)
+                continue;
+            const float z = float(Z[0] + za * double(e2 - bias[2]) + zb * double(e0 - bias[0]));
+            const size_t i = rowBase + size_t(col);
+            if (z < m_depth[i]) {
+                m_depth[i] = z;
+                m_face[i] = face;
+                m_mesh[i] = mesh;
+            }
+        }
+    }
+}
+
+void KvoRasterizer::draw(const XPnt3f* v, long nv, const unsigned* t, long nf, int32_t mesh, bool cull)
+{
+    if (!v || !t || nv <= 0 || nf <= 0 || m_rx0 >= m_rx1 || m_ry0 >= m_ry1)
+        return;
+    // Each vertex is transformed and placed in the window once, however many
+    // triangles share it.
     std::vector<double> clip(size_t(nv) * 4);
+    std::vector<WinVertex> win(static_cast<size_t>(nv));
     const double* m = m_mvp;
+    const double W = m_width, H = m_height;
 #pragma omp parallel for schedule(static)
     for (long i = 0; i < nv; ++i) {
         const double x = v[i].x, y = v[i].y, z = v[i].z;
@@ -148,147 +219,97 @@ void KvoRasterizer::setup(const XPnt3f* v, long nv, const unsigned* t, long nf, 
         c[1] = m[1] * x + m[5] * y + m[9] * z + m[13];
         c[2] = m[2] * x + m[6] * y + m[10] * z + m[14];
         c[3] = m[3] * x + m[7] * y + m[11] * z + m[15];
+        WinVertex& w = win[size_t(i)];
+        w.code = 0;
+        for (int pl = 0; pl < 6; ++pl)
+            if (!(planeDist(kPlanes[pl], c) >= 0))
+                w.code |= uint8_t(1u << pl);
+        if (w.code == 0) {
+            w.x = std::llround((c[0] / c[3] + 1) * 0.5 * W * kSub);
+            w.y = std::llround((1 - c[1] / c[3]) * 0.5 * H * kSub);
+            w.z = float(std::clamp((c[2] / c[3] + 1) * 0.5, 0.0, 1.0));
+        }
     }
-    const int threads = std::max(1, omp_get_max_threads());
-    std::vector<std::vector<ScreenTri>> parts(static_cast<size_t>(threads));
-#pragma omp parallel num_threads(threads)
-    {
-        const int id = omp_get_thread_num(), count = omp_get_num_threads();
-        const long begin = nf * id / count, end = nf * (id + 1) / count;
-        std::vector<ScreenTri>& local = parts[size_t(id)];
+    // Triangles that cross a clip plane are cut here, in face order; all the
+    // others go straight from the window vertices.
+    std::vector<ScreenTri> cut;
+    for (long f = 0; f < nf; ++f) {
+        const unsigned a = t[f * 3], b = t[f * 3 + 1], c = t[f * 3 + 2];
+        if (long(a) >= nv || long(b) >= nv || long(c) >= nv)
+            continue;
+        const unsigned any = win[a].code | win[b].code | win[c].code;
+        if (!any || (win[a].code & win[b].code & win[c].code))
+            continue;
         double poly[2][9][4];
-        for (long f = begin; f < end; ++f) {
+        const double* p[3] = {&clip[size_t(a) * 4], &clip[size_t(b) * 4], &clip[size_t(c) * 4]};
+        int n = 3, cur = 0;
+        for (int k = 0; k < 3; ++k)
+            std::copy(p[k], p[k] + 4, poly[0][k]);
+        for (int pl = 0; pl < 6 && n >= 3; ++pl) {
+            if (!(any & (1u << pl)))
+                continue;
+            int m2 = 0;
+            for (int k = 0; k < n; ++k) {
+                const double* A = poly[cur][k];
+                const double* B = poly[cur][(k + 1) % n];
+                const double da = planeDist(kPlanes[pl], A), db = planeDist(kPlanes[pl], B);
+                if (da >= 0)
+                    std::copy(A, A + 4, poly[1 - cur][m2++]);
+                if ((da >= 0) != (db >= 0)) {
+                    const double s = da / (da - db);
+                    for (int j = 0; j < 4; ++j)
+                        poly[1 - cur][m2][j] = A[j] + (B[j] - A[j]) * s;
+                    ++m2;
+                }
+            }
+            n = m2;
+            cur = 1 - cur;
+        }
+        if (n >= 3)
+            emit(poly[cur], n, mesh, int32_t(f), cull, cut);
+    }
+
+    // Bands of rows are dealt out to the threads; each thread walks all the
+    // triangles in face order and draws the rows of its own bands, so the
+    // buffers come out the same whatever the number of threads.
+    const int firstBand = m_ry0 / kBand;
+#pragma omp parallel
+    {
+        const int T = omp_get_num_threads(), me = omp_get_thread_num();
+        auto drawTri = [&](const int64_t* X, const int64_t* Y, const float* Z, int32_t face, int yMin, int yMax) {
+            const int b0 = yMin / kBand, b1 = yMax / kBand;
+            for (int b = b0; b <= b1; ++b) {
+                if ((b - firstBand) % T != me)
+                    continue;
+                rasterRows(X, Y, Z, mesh, face, std::max(yMin, b * kBand), std::min(yMax, b * kBand + kBand - 1));
+            }
+        };
+        size_t next = 0;
+        for (long f = 0; f < nf; ++f) {
             const unsigned a = t[f * 3], b = t[f * 3 + 1], c = t[f * 3 + 2];
             if (long(a) >= nv || long(b) >= nv || long(c) >= nv)
                 continue;
-            const double* p[3] = {&clip[size_t(a) * 4], &clip[size_t(b) * 4], &clip[size_t(c) * 4]};
-            unsigned allOut = 0x3f, anyOut = 0;
-            for (int k = 0; k < 3; ++k) {
-                unsigned code = 0;
-                for (int pl = 0; pl < 6; ++pl)
-                    if (!(planeDist(kPlanes[pl], p[k]) >= 0))
-                        code |= 1u << pl;
-                allOut &= code;
-                anyOut |= code;
-            }
-            if (allOut)
-                continue;
-            if (!anyOut) {
-                const double tri[3][4] = {{p[0][0], p[0][1], p[0][2], p[0][3]},
-                                          {p[1][0], p[1][1], p[1][2], p[1][3]},
-                                          {p[2][0], p[2][1], p[2][2], p[2][3]}};
-                emit(tri, 3, mesh, int32_t(f), cull, local);
+            const WinVertex &A = win[a], &B = win[b], &C = win[c];
+            if (A.code | B.code | C.code) {
+                for (; next < cut.size() && cut[next].face == int32_t(f); ++next)
+                    drawTri(cut[next].x, cut[next].y, cut[next].z, cut[next].face, cut[next].yMin, cut[next].yMax);
                 continue;
             }
-            // Sutherland-Hodgman in homogeneous coordinates, against the
-            // planes that some corner is outside of.
-            int n = 3, cur = 0;
-            for (int k = 0; k < 3; ++k)
-                std::copy(p[k], p[k] + 4, poly[0][k]);
-            for (int pl = 0; pl < 6 && n >= 3; ++pl) {
-                if (!(anyOut & (1u << pl)))
-                    continue;
-                int m2 = 0;
-                for (int k = 0; k < n; ++k) {
-                    const double* A = poly[cur][k];
-                    const double* B = poly[cur][(k + 1) % n];
-                    const double da = planeDist(kPlanes[pl], A), db = planeDist(kPlanes[pl], B);
-                    if (da >= 0)
-                        std::copy(A, A + 4, poly[1 - cur][m2++]);
-                    if ((da >= 0) != (db >= 0)) {
-                        const double s = da / (da - db);
-                        for (int j = 0; j < 4; ++j)
-                            poly[1 - cur][m2][j] = A[j] + (B[j] - A[j]) * s;
-                        ++m2;
-                    }
-                }
-                n = m2;
-                cur = 1 - cur;
-            }
-            if (n >= 3)
-                emit(poly[cur], n, mesh, int32_t(f), cull, local);
+            const int64_t area = (B.x - A.x) * (C.y - A.y) - (B.y - A.y) * (C.x - A.x);
+            if (area == 0 || (cull && area > 0))
+                continue;
+            const int yMin = std::max(firstRow(std::min({A.y, B.y, C.y})), m_ry0);
+            const int yMax = std::min(lastRow(std::max({A.y, B.y, C.y})), m_ry1 - 1);
+            if (yMin > yMax)
+                continue;
+            // Counter-clockwise on screen (area < 0 with y down) is turned so
+            // that the inside has positive edge values.
+            const WinVertex& P1 = area < 0 ? C : B;
+            const WinVertex& P2 = area < 0 ? B : C;
+            const int64_t X[3] = {A.x, P1.x, P2.x}, Y[3] = {A.y, P1.y, P2.y};
+            const float Z[3] = {A.z, P1.z, P2.z};
+            drawTri(X, Y, Z, int32_t(f), yMin, yMax);
         }
-    }
-    size_t total = 0;
-    for (auto& part : parts)
-        total += part.size();
-    out.reserve(out.size() + total);
-    for (auto& part : parts)
-        out.insert(out.end(), part.begin(), part.end());
-}
-
-void KvoRasterizer::rasterBand(const std::vector<const ScreenTri*>& tris, int y0, int y1)
-{
-    const int W = m_width;
-    for (const ScreenTri* tp : tris) {
-        const ScreenTri& t = *tp;
-        const int rowA = std::max(t.yMin, y0), rowB = std::min(t.yMax, y1 - 1);
-        if (rowA > rowB)
-            continue;
-        const int64_t xlo = std::min({t.x[0], t.x[1], t.x[2]}), xhi = std::max({t.x[0], t.x[1], t.x[2]});
-        const int64_t colLo = (xlo - kSub / 2 + kSub - 1) >= 0 ? (xlo - kSub / 2 + kSub - 1) / kSub : 0;
-        const int64_t colHi = xhi - kSub / 2 >= 0 ? (xhi - kSub / 2) / kSub : -1;
-        const int colA = int(std::max<int64_t>(colLo, m_rx0)), colB = int(std::min<int64_t>(colHi, m_rx1 - 1));
-        if (colA > colB)
-            continue;
-        // Edge k runs from corner k to corner k+1; inside is E >= 0 (area > 0
-        // here), and a pixel centre exactly on an edge belongs to the
-        // triangle when the edge is a top or a left one.
-        int64_t dxE[3], dyE[3], bias[3];
-        for (int k = 0; k < 3; ++k) {
-            const int j = (k + 1) % 3;
-            dxE[k] = t.x[j] - t.x[k];
-            dyE[k] = t.y[j] - t.y[k];
-            const bool topLeft = dyE[k] < 0 || (dyE[k] == 0 && dxE[k] > 0);
-            bias[k] = topLeft ? 0 : -1;
-        }
-        const int64_t area = dxE[0] * (t.y[2] - t.y[0]) - dyE[0] * (t.x[2] - t.x[0]);
-        // Depth: z0 + (z1 - z0) * E1 / area + (z2 - z0) * E2 / area, where E1 is
-        // the edge opposite corner 1 (edge 2) and E2 the one opposite corner 2 (edge 0).
-        const double za = double(t.z[1] - t.z[0]) / double(area), zb = double(t.z[2] - t.z[0]) / double(area);
-        const int64_t px0 = int64_t(colA) * kSub + kSub / 2;
-        for (int row = rowA; row <= rowB; ++row) {
-            const int64_t py = int64_t(row) * kSub + kSub / 2;
-            int64_t e[3];
-            for (int k = 0; k < 3; ++k)
-                e[k] = dxE[k] * (py - t.y[k]) - dyE[k] * (px0 - t.x[k]);
-            const size_t rowBase = size_t(row) * size_t(W);
-            for (int col = colA; col <= colB; ++col) {
-                if (e[0] + bias[0] >= 0 && e[1] + bias[1] >= 0 && e[2] + bias[2] >= 0) {
-                    const float z = float(t.z[0] + za * double(e[2]) + zb * double(e[0]));
-                    const size_t i = rowBase + size_t(col);
-                    if (z < m_depth[i]) {
-                        m_depth[i] = z;
-                        m_face[i] = t.face;
-                        m_mesh[i] = t.mesh;
-                    }
-                }
-                for (int k = 0; k < 3; ++k)
-                    e[k] -= dyE[k] * kSub;
-            }
-        }
-    }
-}
-
-void KvoRasterizer::draw(const XPnt3f* vertices, long vertexCount, const unsigned* triangles, long faceCount,
-                         int32_t mesh, bool cullBackFaces)
-{
-    if (!vertices || !triangles || vertexCount <= 0 || faceCount <= 0 || m_rx0 >= m_rx1 || m_ry0 >= m_ry1)
-        return;
-    std::vector<ScreenTri> tris;
-    setup(vertices, vertexCount, triangles, faceCount, mesh, cullBackFaces, tris);
-    // Bin by bands of rows, keeping draw order inside each band.
-    const int bands = (m_ry1 - m_ry0 + kBand - 1) / kBand;
-    std::vector<std::vector<const ScreenTri*>> bins(static_cast<size_t>(bands));
-    for (const ScreenTri& t : tris) {
-        const int b0 = (t.yMin - m_ry0) / kBand, b1 = (t.yMax - m_ry0) / kBand;
-        for (int b = b0; b <= b1; ++b)
-            bins[size_t(b)].push_back(&t);
-    }
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int b = 0; b < bands; ++b) {
-        const int y0 = m_ry0 + b * kBand;
-        rasterBand(bins[size_t(b)], y0, std::min(m_ry1, y0 + kBand));
     }
 }
 

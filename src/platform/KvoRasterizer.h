@@ -65,10 +65,9 @@ private:
         int32_t mesh, face;
         int yMin, yMax; // pixel rows whose centres it may cover (inclusive)
     };
-    void setup(const XPnt3f* v, long nv, const unsigned* t, long nf, int32_t mesh, bool cull,
-               std::vector<ScreenTri>& out) const;
     void emit(const double clip[][4], int n, int32_t mesh, int32_t face, bool cull, std::vector<ScreenTri>& out) const;
-    void rasterBand(const std::vector<const ScreenTri*>& tris, int y0, int y1);
+    // Rows [rowA, rowB] of one triangle (area > 0, y down).
+    void rasterRows(const int64_t* x, const int64_t* y, const float* z, int32_t mesh, int32_t face, int rowA, int rowB);
 
     double m_mvp[16] = {0};
     int m_width = 0, m_height = 0;
