@@ -1,6 +1,8 @@
 #include <QCoreApplication>
 
 #include "commands/KvoCommands.h"
+
+#include "camera/KvoVirtualCamera.h"
 #include "scene/KvoPresenter.h"
 
 // The rows of the command table: guard first, then the task or dialog.
@@ -374,11 +376,15 @@ void cmdOnImageShowMatrix(ref_ptr<LongArray> ids)
         return;
     }
     ZebQVVCParam param;
-    if (!getMM()->getVCParam(ids->getAt(0), param)) {
+    double Rt[12];
+    if (!getMM()->getVCParam(ids->getAt(0), param) || !calVCMatrix(ids->getAt(0), Rt)) {
         msgWarningTitled(title, tr("There is no matrix."));
         return;
     }
-    msgToolNotAvailable(tr("Camera matrices"));
+    QString text("%1 %2 %3 %4\n%5 %6 %7 %8\n%9 %10 %11 %12\n0.0 0.0 0.0 1.0\n");
+    for (double v : Rt)
+        text = text.arg(v, 0, 'g');
+    msgSucceedQt(text);
 }
 
 long cmdOnPSEdit(const QString&, long)

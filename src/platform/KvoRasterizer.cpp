@@ -92,8 +92,8 @@ bool KvoRasterizer::project(const XPnt3d& p, XPnt3d& win) const
     return true;
 }
 
-void KvoRasterizer::emit(const double clip[][4], int n, int32_t mesh, int32_t face, bool cull,
-                         std::vector<ScreenTri>& out) const
+void KvoRasterizer::emitClipped(const double clip[][4], int n, int32_t mesh, int32_t face, bool cull,
+                                std::vector<ScreenTri>& out) const
 {
     int64_t X[8], Y[8];
     float Z[8];
@@ -266,7 +266,7 @@ void KvoRasterizer::draw(const XPnt3f* v, long nv, const unsigned* t, long nf, i
             cur = 1 - cur;
         }
         if (n >= 3)
-            emit(poly[cur], n, mesh, int32_t(f), cull, cut);
+            emitClipped(poly[cur], n, mesh, int32_t(f), cull, cut);
     }
 
     // Bands of rows are dealt out to the threads; each thread walks all the

@@ -65,7 +65,8 @@ private:
         int32_t mesh, face;
         int yMin, yMax; // pixel rows whose centres it may cover (inclusive)
     };
-    void emit(const double clip[][4], int n, int32_t mesh, int32_t face, bool cull, std::vector<ScreenTri>& out) const;
+    void emitClipped(const double clip[][4], int n, int32_t mesh, int32_t face, bool cull,
+                     std::vector<ScreenTri>& out) const;
     // Rows [rowA, rowB] of one triangle (area > 0, y down).
     void rasterRows(const int64_t* x, const int64_t* y, const float* z, int32_t mesh, int32_t face, int rowA, int rowB);
 

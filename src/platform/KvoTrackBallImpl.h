@@ -27,14 +27,14 @@ public:
     void resetPickState() override { m_picker.clear(); }
 
     void setViewport(int width, int height);
-    void setFovY(double degrees) { m_fovY = degrees; }
-    double getFovY() const { return m_fovY; }
+    void setFovY(double degrees) override { m_fovY = degrees; }
+    double getFovY() const override { return m_fovY; }
     void setClip(double zNear, double zFar);
-    double getNear() const { return m_near; }
-    double getFar() const { return m_far; }
-    void getModelView(double m[16]) const;
-    void getProjection(double m[16]) const;
-    void getViewport(int v[4]) const;
+    double getNear() const override { return m_near; }
+    double getFar() const override { return m_far; }
+    void getModelView(double m[16]) const override;
+    void getProjection(double m[16]) const override;
+    void getViewport(int v[4]) const override;
 
     // The nearest triangle under a window position: its mesh (of the scene
     // list), face and point. False when nothing is hit.

@@ -44,6 +44,15 @@ public:
     virtual bool getRay(double x, double y, XPnt3d& origin, XPnt3d& direction) const = 0;
     // Forgets what picking keeps between picks, so that the next pick sees the scene anew.
     virtual void resetPickState() = 0;
+    // Vertical field of view in degrees, and the clip planes.
+    virtual double getFovY() const = 0;
+    virtual void setFovY(double degrees) = 0;
+    virtual double getNear() const = 0;
+    virtual double getFar() const = 0;
+    // The GL matrices (column-major) and viewport (x, y, width, height) of the view.
+    virtual void getModelView(double m[16]) const = 0;
+    virtual void getProjection(double m[16]) const = 0;
+    virtual void getViewport(int v[4]) const = 0;
 };
 
 class IZebViewer;
