@@ -200,6 +200,14 @@ void MainWindow::buildMenus()
         }
     });
 
+    QMenu* camera = menuBar()->addMenu(tr("&Camera"));
+    m_projectActions << camera->addAction(tr("Show Camera &Matrix"), this, [] {
+        ref_ptr<LongArray> ids = newLongArray();
+        if (getMM()->getActiveImageId() > 0)
+            ids->append(getMM()->getActiveImageId());
+        cmdOnImageShowMatrix(ids);
+    });
+
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("&Shortcuts"), this, [] { cmdOnOpenShortcut(); });
     help->addAction(tr("&Version"), this, [] { cmdOnOpenUpdate(0); });

@@ -30,6 +30,28 @@ Register::Register(const QString& name, Command command)
     commands()[name] = std::move(command);
 }
 
+int CliPresenter::showMessage(QWidget* parent, const kvo::KvoMessage& message)
+{
+    const QString line = message.title.isEmpty() ? message.text : message.title + ": " + message.text;
+    err(QString(line).replace('\n', ' '));
+    if (message.icon == QMessageBox::Warning || message.icon == QMessageBox::Critical)
+        m_warnings << message.text;
+    return KvoRecordingPresenter::showMessage(parent, message);
+}
+
+QStringList CliPresenter::takeWarnings()
+{
+    QStringList out;
+    out.swap(m_warnings);
+    return out;
+}
+
+CliPresenter* cliPresenter()
+{
+    static kvo::ref_ptr<CliPresenter> presenter(new CliPresenter());
+    return presenter.get();
+}
+
 int openOrFail(const QString& path)
 {
     kvo::IKvoMM* mm = kvo::getMM();

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "platform/KvoProgressImpl.h"
+#include "scene/KvoPresenter.h"
 
 namespace qvcli {
 
@@ -34,6 +35,19 @@ struct Register {
 int openOrFail(const QString& path);
 // Saves the open project; 1 with the reason on stderr when that fails.
 int saveOrFail();
+
+// No boxes without a screen: messages go to stderr as one line each and are
+// answered with their default; commands read what was said to decide their exit.
+class CliPresenter : public kvo::KvoRecordingPresenter {
+public:
+    int showMessage(QWidget* parent, const kvo::KvoMessage& message) override;
+    // Warnings and errors shown since the last call.
+    QStringList takeWarnings();
+
+private:
+    QStringList m_warnings;
+};
+CliPresenter* cliPresenter();
 
 // Progress drawn as a bar on stderr, only when stderr is a terminal:
 // scripts and pipes get clean output.

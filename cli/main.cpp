@@ -30,6 +30,7 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     std::setlocale(LC_NUMERIC, "C");
+    kvo::setPresenter(kvo::ref_ptr<kvo::IKvoPresenter>(cliPresenter()));
     QStringList args = app.arguments().mid(1);
     if (args.isEmpty() || args[0] == "help" || args[0] == "--help" || args[0] == "-h") {
         if (args.size() >= 2 && commands().count(canonicalName(args[1]))) {
@@ -55,5 +56,6 @@ int main(int argc, char** argv)
     if (rc == 2)
         err(QString("usage: quovara-cli %1").arg(command.usage));
     kvo::getMM()->closeProject();
+    kvo::setPresenter(nullptr);
     return rc;
 }

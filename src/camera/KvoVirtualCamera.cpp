@@ -700,6 +700,10 @@ void VCMapping(ZebQVVCParam& param, zebUI::_ZebVCMapParam_& frame, bool keepTria
         tex->setTriangles(indices.get(), true);
         tex->setFaceNormalArray(normals.get(), false);
     }
+    // One UV a model vertex from now on: a per-corner table of an earlier
+    // mapping no longer applies.
+    if (tex->getCornerTexIndices())
+        tex->setCornerTexIndices(nullptr, nullptr);
     tex->setUVs(uv.get());
     {
         KvoPrgPush push(progress, 0.1);

@@ -124,3 +124,21 @@ TEST(Cli, ProgressBarOnlyOnATerminal)
     EXPECT_TRUE(all.contains("100.0%")) << all.toStdString();
     EXPECT_TRUE(all.contains("Images: 2"));
 }
+
+TEST(Cli, MapVcMapsAnImageThroughAVirtualCamera)
+{
+    qvtest::ScratchDir dir;
+    ASSERT_EQ(cli({"demo", "--out", dir.path()}).code, 0);
+    const QString project = dir.file("sample.qvj");
+    CliRun map = cli({"map-vc", project, "photo_2.jpg", "--eye", "0,-30,10", "--center", "0,0,4", "--fov", "35"});
+    ASSERT_EQ(map.code, 0) << map.err.toStdString();
+    EXPECT_TRUE(map.out.startsWith("Mapped image 2: ")) << map.out.toStdString();
+    const QString info = cli({"info", project}).out;
+    EXPECT_TRUE(info.contains("\"photo_2.jpg\": 800x480, normal, mapping type 1")) << info.toStdString();
+    // Bad input: a missing image, a camera without direction, a malformed point.
+    EXPECT_EQ(cli({"map-vc", project, "nope.jpg", "--eye", "0,-30,10", "--center", "0,0,4"}).code, 1);
+    CliRun flat = cli({"map-vc", project, "2", "--eye", "0,0,4", "--center", "0,0,4"});
+    EXPECT_EQ(flat.code, 1);
+    EXPECT_TRUE(flat.err.contains("no direction")) << flat.err.toStdString();
+    EXPECT_EQ(cli({"map-vc", project, "2", "--eye", "0,-30", "--center", "0,0,4"}).code, 2);
+}
