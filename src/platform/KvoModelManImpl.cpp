@@ -62,6 +62,11 @@ QString withProjectExtension(const QString& path)
 }
 } // namespace
 
+namespace {
+const QString kPlanesSection = "RefPlanes";
+const QString kPlanesKey = "list";
+} // namespace
+
 void CKvoMM::swapState(State& s)
 {
     std::swap(m_project, s.project);
@@ -72,6 +77,16 @@ void CKvoMM::swapState(State& s)
     std::swap(m_activeImageId, s.activeImageId);
     std::swap(m_blobs, s.blobs);
     std::swap(m_vcParams, s.vcParams);
+    std::swap(m_planes, s.planes);
+    if (m_project && !m_planes) {
+        // The planes travel in a blob of the project file.
+        m_planes = new CKvoQvRefPlaneMan();
+        QByteArray blob;
+        if (getProjectBlob(kPlanesSection, kPlanesKey, blob))
+            m_planes->fromBlob(blob);
+    }
+    if (m_planes)
+        m_planes->setChangeListener([this] { m_dirty = true; });
     m_texEdit.reset();
     m_dirty = false;
 }
@@ -128,6 +143,12 @@ long CKvoMM::saveProject(IKvoProgress* progress)
     if (!m_project) {
         m_error = "No project is open.";
         return kvoErrNoProject;
+    }
+    if (m_planes) {
+        if (m_planes->getPlaneCount() > 0 || m_planes->getActivePlaneId() >= 0)
+            m_blobs[{kPlanesSection, kPlanesKey}] = m_planes->toBlob();
+        else
+            m_blobs.erase({kPlanesSection, kPlanesKey});
     }
     KvoPrgPush push(progress, 1.0);
     // A texture mesh's pixels are its image's project copy: edits made on the
@@ -215,6 +236,12 @@ long CKvoMM::saveProjectAs(const QString& rawPath, IKvoProgress* progress)
         m_project->imageDb()->open(oldFolder);
     }
     return rc;
+}
+
+ref_ptr<IKvoQvRefPlaneMan>& CKvoMM::getRefPlaneMan(ref_ptr<IKvoQvRefPlaneMan>& out) const
+{
+    out = m_planes;
+    return out;
 }
 
 void CKvoMM::closeProject()

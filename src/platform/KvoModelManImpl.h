@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/KvoRefPlaneImpl.h"
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -64,6 +66,7 @@ public:
     QString getLastError() const override { return m_error; }
 
     ref_ptr<IKvoRing>& getFenceRing(ref_ptr<IKvoRing>& out) const override { return out = m_fence; }
+    ref_ptr<IKvoQvRefPlaneMan>& getRefPlaneMan(ref_ptr<IKvoQvRefPlaneMan>& out) const override;
     void setFenceRing(const ref_ptr<IKvoRing>& ring) override { m_fence = ring; }
     long getRefImageId() const override { return m_refImageId; }
     void setRefImageId(long id) override { m_refImageId = id > 0 ? id : -1; }
@@ -156,6 +159,7 @@ public:
         long activeImageId = -1;
         std::map<std::pair<QString, QString>, QByteArray> blobs;
         std::map<long, ZebQVVCParam> vcParams;
+        ref_ptr<CKvoQvRefPlaneMan> planes;
     };
     void swapState(State& state);
 
@@ -172,6 +176,7 @@ private:
     long m_activeImageId = -1;
     std::map<std::pair<QString, QString>, QByteArray> m_blobs;
     std::map<long, ZebQVVCParam> m_vcParams;
+    ref_ptr<CKvoQvRefPlaneMan> m_planes;
     bool m_dirty = false;
     std::unique_ptr<KvoTexEditBackup> m_texEdit;
     unsigned long long m_selMarkCount = 0;

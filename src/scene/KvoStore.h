@@ -18,6 +18,7 @@ namespace kvo {
 class IKvoModel;
 class IKvoMesh;
 class IKvoImageDb;
+class IKvoQvRefPlaneMan;
 
 // Result codes of store operations: 0 success, negative failure.
 enum KvoStoreResult : long {
@@ -325,6 +326,8 @@ public:
     virtual QString getLastError() const = 0;
 
     virtual ref_ptr<IKvoRing>& getFenceRing(ref_ptr<IKvoRing>& out) const = 0;
+    // The project's reference planes; null without a project.
+    virtual ref_ptr<IKvoQvRefPlaneMan>& getRefPlaneMan(ref_ptr<IKvoQvRefPlaneMan>& out) const = 0;
     virtual void setFenceRing(const ref_ptr<IKvoRing>& ring) = 0;
     virtual long getRefImageId() const = 0;
     virtual void setRefImageId(long id) = 0;
