@@ -79,7 +79,9 @@ bool kvoPlaneParam::isVer(double tolerance) const
     double n = std::sqrt(a * a + b * b + c * c);
     if (!(n > 0))
         return false;
-    return std::fabs(c) / n <= tolerance;
+    // The angle between the normal and the horizontal, in degrees.
+    const double angle = std::asin(std::min(1.0, std::fabs(c) / n)) * 180.0 / M_PI;
+    return angle <= tolerance;
 }
 
 XPnt3d getPoint(const XPnt3d& a, const XPnt3d& b, double t)

@@ -13,7 +13,7 @@ struct QV_EXPORT kvoPlaneParam {
     // Signed distance for a unit normal.
     double distance(const XPnt3d& p) const { return a * p.x + b * p.y + c * p.z + d; }
     bool isValid() const { return a * a + b * b + c * c > 0; }
-    // A vertical plane: its normal lies within the tolerance of horizontal.
+    // A vertical plane: its normal lies within tolerance degrees of horizontal.
     bool isVer(double tolerance) const;
 };
 

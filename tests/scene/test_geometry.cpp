@@ -125,7 +125,7 @@ TEST(GeometryPlane, PlaneThroughThreePoints)
     EXPECT_NEAR(pl.distance(XPnt3d(5, 5, 7)), 5, 1e-12);
     EXPECT_TRUE(isInPlane(XPnt3d(9, -3, 2), pl, 1e-9));
     EXPECT_FALSE(isInPlane(XPnt3d(9, -3, 2.1), pl, 1e-3));
-    EXPECT_FALSE(pl.isVer(0.01));
+    EXPECT_FALSE(pl.isVer(1.0));
 
     // Arbitrary points: unit normal, and each point on the plane.
     XPnt3d a(1.5, -2, 0.3), b(4, 1, -2), c(-3, 0.5, 1);
@@ -149,16 +149,18 @@ TEST(GeometryPlane, DegenerateTriplesGiveTheZeroPlane)
 
 TEST(GeometryPlane, VerticalPlanes)
 {
-    // A wall x = 3, and the same wall with a normal that is not unit.
+    // The tolerance is an angle in degrees. A wall x = 3, and the same wall
+    // with a normal that is not unit and leans by 0.29 degrees.
     EXPECT_TRUE(kvoPlaneParam(1, 0, 0, -3).isVer(1e-9));
-    EXPECT_TRUE(kvoPlaneParam(10, 0, 0.05, -30).isVer(0.01));
-    EXPECT_FALSE(kvoPlaneParam(10, 0, 0.5, -30).isVer(0.01));
-    // Tilted by 10 degrees from vertical: |c| = sin(10 deg) ~ 0.174.
+    EXPECT_TRUE(kvoPlaneParam(10, 0, 0.05, -30).isVer(0.3));
+    EXPECT_FALSE(kvoPlaneParam(10, 0, 0.05, -30).isVer(0.25));
+    // Tilted by 10 degrees from vertical.
     double t = 10 * kPi / 180;
     kvoPlaneParam tilted(std::cos(t), 0, std::sin(t), 0);
-    EXPECT_TRUE(tilted.isVer(0.2));
-    EXPECT_FALSE(tilted.isVer(0.15));
-    EXPECT_FALSE(kvoPlaneParam(0, 0, 0, 0).isVer(1));
+    EXPECT_TRUE(tilted.isVer(10.001));
+    EXPECT_FALSE(tilted.isVer(9.999));
+    EXPECT_FALSE(kvoPlaneParam(0, 0, 1, 0).isVer(1.0)) << "a floor";
+    EXPECT_FALSE(kvoPlaneParam(0, 0, 0, 0).isVer(90));
 }
 
 TEST(GeometryIntersect, LineMeetsPlane)
