@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 
 #include <cmath>
+#include <functional>
 
 #include "commands/KvoCommands.h"
 #include "scene/KvoPresenter.h"
@@ -260,6 +261,26 @@ long rotatePlaneCopyToWall(IKvoQvRefPlaneMan& planes, long id)
     rotateActivePlane(planes, 0, k2 * 0.1);
     tip(tr("Successful to rotate."));
     return 1;
+}
+
+QStringList planeRowTexts(const IKvoQvRefPlane& plane)
+{
+    auto num = [](double v) { return QString::number(v, 'g', 6); };
+    const kvoPlaneParam pp = plane.getPlaneParam();
+    ref_ptr<IKvoRing> ring;
+    plane.getRing(ring);
+    const long n = ring ? ring->getPointCount() : 0;
+    QStringList pts;
+    for (long i = 0; i < n; ++i) {
+        const XPnt3d p = ring->getPoint(i);
+        pts << QString("(%1,%2,%3)").arg(num(p.x), num(p.y), num(p.z));
+    }
+    return {QString::number(plane.getId()),
+            plane.getName(),
+            plane.isVisible() ? "1" : "0",
+            QStringList{num(pp.a), num(pp.b), num(pp.c), num(pp.d)}.join(","),
+            QString("Total: %1 %2").arg(n).arg(pts.join(",")),
+            QString()};
 }
 
 } // namespace kvo

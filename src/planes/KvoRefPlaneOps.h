@@ -3,6 +3,8 @@
 // Making, turning and moving reference planes: the geometry the plane tools
 // share. Everything works on a plane list and its active plane.
 
+#include <QStringList>
+
 #include "scene/KvoRefPlane.h"
 
 namespace kvo {
@@ -32,5 +34,13 @@ QV_EXPORT long orientNewPlane(IKvoQvRefPlaneMan& planes, const XPnt3d& eye);
 // A vertical copy of a plane (id; 0 for the active one), added and made
 // active: 1 on success, 0 (with a message) when the plane is no wall.
 QV_EXPORT long rotatePlaneCopyToWall(IKvoQvRefPlaneMan& planes, long id);
+
+} // namespace kvo
+
+namespace kvo {
+
+// The texts of a plane's row in the plane table: "ID", "Name", "Visible"
+// ("1" or "0"), "Parameter" (a,b,c,d), "Scope" (the ring), "Layer" (empty).
+QV_EXPORT QStringList planeRowTexts(const IKvoQvRefPlane& plane);
 
 } // namespace kvo

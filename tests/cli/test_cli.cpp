@@ -142,3 +142,31 @@ TEST(Cli, MapVcMapsAnImageThroughAVirtualCamera)
     EXPECT_TRUE(flat.err.contains("no direction")) << flat.err.toStdString();
     EXPECT_EQ(cli({"map-vc", project, "2", "--eye", "0,-30", "--center", "0,0,4"}).code, 2);
 }
+
+TEST(Cli, PlanesAreAddedListedActivatedAndKeptInTheProject)
+{
+    qvtest::ScratchDir dir;
+    ASSERT_EQ(cli({"demo", "--out", dir.path()}).code, 0);
+    const QString project = dir.file("sample.qvj");
+    CliRun add = cli({"plane", "add", project, "--points", "-5,-3,1;5,-3,1;0,-3,7"});
+    ASSERT_EQ(add.code, 0) << add.err.toStdString();
+    EXPECT_TRUE(add.out.startsWith("* 1\tPlane1\tvisible 1\t0,-1,0,-3\tTotal: 4 (")) << add.out.toStdString();
+    // Degenerate input makes no plane and says why; the project keeps what it had.
+    CliRun same = cli({"plane", "add", project, "--points", "0,0,0;0,0,0;1,1,1"});
+    EXPECT_EQ(same.code, 1);
+    EXPECT_TRUE(same.err.contains("no plane")) << same.err.toStdString();
+    EXPECT_EQ(cli({"plane", "add", project, "--points", "0,0,0;1,1"}).code, 2);
+    ASSERT_EQ(cli({"plane", "add", project, "--points", "0,0,0", "--normal", "0,0,1"}).code, 0);
+    CliRun list = cli({"plane", "list", project});
+    ASSERT_EQ(list.code, 0);
+    EXPECT_TRUE(list.out.startsWith("Planes: 2, active 2\n")) << list.out.toStdString();
+    EXPECT_TRUE(
+        list.out.contains("* 2\tPlane2\tvisible 1\t0,0,1,0\tTotal: 4 (20,20,0),(-20,20,0),(-20,-20,0),(20,-20,0)"))
+        << list.out.toStdString();
+    ASSERT_EQ(cli({"plane", "activate", project, "1"}).code, 0);
+    EXPECT_EQ(cli({"plane", "activate", project, "7"}).code, 1);
+    ASSERT_EQ(cli({"plane", "delete", project, "2"}).code, 0);
+    add = cli({"plane", "add", project, "--points", "0,0,0", "--normal", "0,1,0"});
+    EXPECT_TRUE(add.out.startsWith("* 3\tPlane3")) << "ids are never reused: " << add.out.toStdString();
+    EXPECT_TRUE(cli({"plane", "list", project}).out.startsWith("Planes: 2, active 3"));
+}
