@@ -164,14 +164,6 @@ long cmdOnClipPlaneManageQt()
     return -1;
 }
 
-long cmdOnProjectPlaneManageQt()
-{
-    if (!zebUI::getVM())
-        return -1;
-    msgToolNotAvailable(tr("Reference planes"));
-    return -1;
-}
-
 long cmdOnOutputMatrix()
 {
     if (!zebUI::getVM())
