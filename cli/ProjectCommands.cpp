@@ -6,7 +6,6 @@
 
 #include "CliSupport.h"
 #include "platform/KvoProjectReport.h"
-#include "platform/KvoSampleScene.h"
 #include "scene/KvoStore.h"
 
 using namespace kvo;
@@ -74,34 +73,6 @@ int cmdInfo(const QStringList& args)
     return 0;
 }
 
-int cmdDemo(const QStringList& args)
-{
-    QString dir = QDir::currentPath() + "/quovara-demo";
-    for (int i = 0; i < args.size(); ++i) {
-        if (args[i] == "--out" && i + 1 < args.size())
-            dir = args[++i];
-        else
-            return 2;
-    }
-    QDir().mkpath(dir);
-    const QString project = QDir(dir).absoluteFilePath("sample.qvj");
-    // The demo always starts from scratch.
-    QFile::remove(project);
-    QDir(QDir(dir).absoluteFilePath("sample_files")).removeRecursively();
-    QString error;
-    out("Creating a sample project...");
-    if (buildSampleProject(project, dir, error) != kvoOk) {
-        err(error);
-        return 1;
-    }
-    getMM()->closeProject();
-    out("Saved. Reopening it...");
-    if (int rc = openOrFail(project))
-        return rc;
-    out(describeProject(*getMM()));
-    return 0;
-}
-
 const char* kInfoHelp = "prints what a project holds: model, meshes, images and their mappings";
 
 Register rNew("new", {"new PROJECT.qvj", "creates an empty project (an existing file is never replaced)", cmdNew});
@@ -111,10 +82,6 @@ Register rAdd("add-images",
                cmdAddImages});
 Register rInfo("info", {"info PROJECT.qvj", kInfoHelp, cmdInfo});
 Register rOpen("open", {"open PROJECT.qvj", kInfoHelp, cmdInfo});
-Register rDemo("demo",
-               {"demo [--out DIR]",
-                "creates a sample project with a generated model and two photographs, saves, reopens and prints it",
-                cmdDemo});
 
 } // namespace
 } // namespace qvcli

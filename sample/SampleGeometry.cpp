@@ -178,7 +178,7 @@ SampleScene buildSampleScene(const SampleOptions& options)
     for (const Rect& r : rects)
         area += length(r.u) * length(r.v);
     // Square cells of one size everywhere, two triangles a cell.
-    const double cell = std::sqrt(area / (2.0 * double(std::max(2L, options.triangles))));
+    const double cell = std::sqrt(2.0 * area / double(std::max(2L, options.triangles)));
 
     SampleMesh& m = scene.mesh;
     for (size_t s = 0; s < rects.size(); ++s) {

@@ -147,7 +147,10 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     glClearColor(0.80f, 0.86f, 0.93f, 1.f);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     glEnable(GL_DEPTH_TEST);
-    glDisable(GL_CULL_FACE);
+    // Surfaces are one-sided skins: seen from behind they show nothing.
+    glEnable(GL_CULL_FACE);
+    glCullFace(GL_BACK);
+    glFrontFace(GL_CCW);
     glDisable(GL_LIGHTING);
     setCamera(supersample);
     glEnable(GL_TEXTURE_2D);
