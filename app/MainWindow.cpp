@@ -20,6 +20,8 @@
 #include "ModelView.h"
 #include "Panels.h"
 #include "commands/KvoCommands.h"
+#include "modelio/KvoImportCommands.h"
+#include "planes/KvoRefPlaneTasks.h"
 #include "platform/KvoModelManImpl.h"
 #include "platform/KvoTrackBallImpl.h"
 #include "scene/KvoPresenter.h"
@@ -114,6 +116,8 @@ MainWindow::MainWindow(ref_ptr<CZebViewerMan> vm) : m_vm(vm)
         m_imagePanel->rebuild();
     });
 
+    // The project's reference planes are always drawn in the 3-D view.
+    m_vm->addRender(newRefPlaneRender());
     buildMenus();
     QSettings settings(QSettings::IniFormat, QSettings::UserScope, "Quovara", "Quovara");
     restoreGeometry(settings.value("window/geometry").toByteArray());
@@ -145,6 +149,29 @@ void MainWindow::buildMenus()
     m_projectActions << file->addAction(tr("&Close Project"), this, &MainWindow::closeProject);
     file->addSeparator();
     m_projectActions << file->addAction(tr("Add &Images..."), this, &MainWindow::addImages);
+    m_projectActions << file->addAction(tr("Import Model..."), this, [this] {
+        const QString path =
+            getPresenter()->getOpenFileName(this, tr("Import Model"), QString(), tr("Wavefront OBJ (*.obj)"));
+        if (path.isEmpty())
+            return;
+        m_progress.reset();
+        const long rc = cmdOnFileAddKvomodel(path);
+        endProgress();
+        if (rc == kvoModelExists)
+            showError(tr("The project already holds a model."));
+        m_modelView->resetCache();
+        m_modelView->viewModelFromFront();
+        refreshAll();
+    });
+    m_projectActions << file->addAction(tr("Import Images && Meshes From Project..."), this, [this] {
+        const QString path = getPresenter()->getOpenFileName(this, tr("Import Images & Meshes From Project"),
+                                                             QString(), tr("Quovara projects (*.qvj)"));
+        if (path.isEmpty())
+            return;
+        cmdImportMesh(path);
+        m_modelView->resetCache();
+        refreshAll();
+    });
     file->addSeparator();
     file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
 
@@ -207,6 +234,10 @@ void MainWindow::buildMenus()
             ids->append(getMM()->getActiveImageId());
         cmdOnImageShowMatrix(ids);
     });
+
+    QMenu* planes = menuBar()->addMenu(tr("&Planes"));
+    m_projectActions << planes->addAction(tr("Projection &Plane Management..."), this,
+                                          [] { cmdOnProjectPlaneManageQt(); });
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("&Shortcuts"), this, [] { cmdOnOpenShortcut(); });

@@ -1,4 +1,4 @@
-#include <QCoreApplication>
+#include <QApplication>
 
 #include <clocale>
 
@@ -28,7 +28,10 @@ QString canonicalName(const QString& name)
 
 int main(int argc, char** argv)
 {
-    QCoreApplication app(argc, argv);
+    // Commands that run dialogs (scripted by flags) need widgets; there is no screen.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
     std::setlocale(LC_NUMERIC, "C");
     kvo::setPresenter(kvo::ref_ptr<kvo::IKvoPresenter>(cliPresenter()));
     QStringList args = app.arguments().mid(1);

@@ -12,6 +12,8 @@ PACKAGES=(
   libgl1-mesa-dev libglu1-mesa-dev libosmesa6-dev libgl1-mesa-dri
   xvfb xauth
   libgtest-dev libgmock-dev googletest libbenchmark-dev
+  clang libclang-rt-14-dev
+  assimp-testmodels libtinyobjloader-dev
 )
 
 missing=()
