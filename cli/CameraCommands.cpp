@@ -9,16 +9,6 @@ using namespace kvo;
 namespace qvcli {
 namespace {
 
-bool parsePoint(const QString& s, XPnt3d& out)
-{
-    const QStringList parts = s.split(',');
-    if (parts.size() != 3)
-        return false;
-    bool ok[3];
-    out = XPnt3d(parts[0].toDouble(&ok[0]), parts[1].toDouble(&ok[1]), parts[2].toDouble(&ok[2]));
-    return ok[0] && ok[1] && ok[2];
-}
-
 // An image by id or by name.
 long findImage(const ref_ptr<IKvoImageDb>& db, const QString& key)
 {

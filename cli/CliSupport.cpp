@@ -52,6 +52,16 @@ CliPresenter* cliPresenter()
     return presenter.get();
 }
 
+bool parsePoint(const QString& text, XPnt3d& out)
+{
+    const QStringList parts = text.trimmed().split(',');
+    if (parts.size() != 3)
+        return false;
+    bool ok[3];
+    out = XPnt3d(parts[0].toDouble(&ok[0]), parts[1].toDouble(&ok[1]), parts[2].toDouble(&ok[2]));
+    return ok[0] && ok[1] && ok[2];
+}
+
 int openOrFail(const QString& path)
 {
     kvo::IKvoMM* mm = kvo::getMM();

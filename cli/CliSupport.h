@@ -9,6 +9,7 @@
 
 #include "platform/KvoProgressImpl.h"
 #include "scene/KvoPresenter.h"
+#include "scene/KvoTypes.h"
 
 namespace qvcli {
 
@@ -30,6 +31,9 @@ std::map<QString, Command>& commands();
 struct Register {
     Register(const QString& name, Command command);
 };
+
+// "x,y,z" as a point; false for anything else.
+bool parsePoint(const QString& text, XPnt3d& out);
 
 // The project at path is opened, or the reason is on stderr and the answer is 1.
 int openOrFail(const QString& path);

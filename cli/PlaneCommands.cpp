@@ -1,5 +1,7 @@
 // Reference planes, headless.
 
+#include <functional>
+
 #include "CliSupport.h"
 #include "planes/KvoRefPlaneOps.h"
 #include "scene/KvoStore.h"
@@ -8,16 +10,6 @@ using namespace kvo;
 
 namespace qvcli {
 namespace {
-
-bool parsePoint(const QString& s, XPnt3d& out)
-{
-    const QStringList parts = s.trimmed().split(',');
-    if (parts.size() != 3)
-        return false;
-    bool ok[3];
-    out = XPnt3d(parts[0].toDouble(&ok[0]), parts[1].toDouble(&ok[1]), parts[2].toDouble(&ok[2]));
-    return ok[0] && ok[1] && ok[2];
-}
 
 ref_ptr<IKvoQvRefPlaneMan> planesOf()
 {
@@ -121,7 +113,9 @@ int cmdPlaneList(const QStringList& args)
     return 0;
 }
 
-int cmdPlaneActivate(const QStringList& args)
+// PROJECT ID: opens the project, applies change to the plane, saves.
+int changePlane(const QStringList& args, const std::function<bool(IKvoQvRefPlaneMan&, long)>& change,
+                const QString& done)
 {
     if (args.size() != 2)
         return 2;
@@ -132,37 +126,27 @@ int cmdPlaneActivate(const QStringList& args)
     if (int rc = openOrFail(args[0]))
         return rc;
     ref_ptr<IKvoQvRefPlaneMan> planes = planesOf();
-    if (!planes->setActivePlane(id)) {
+    if (!change(*planes, id)) {
         err(QString("there is no plane %1").arg(id));
         return 1;
     }
     planes->updateDisplay(true);
     if (int rc = saveOrFail())
         return rc;
-    out(QString("Plane %1 is active").arg(id));
+    out(done.arg(id));
     return 0;
+}
+
+int cmdPlaneActivate(const QStringList& args)
+{
+    return changePlane(
+        args, [](IKvoQvRefPlaneMan& planes, long id) { return planes.setActivePlane(id); }, "Plane %1 is active");
 }
 
 int cmdPlaneDelete(const QStringList& args)
 {
-    if (args.size() != 2)
-        return 2;
-    bool ok = false;
-    const long id = args[1].toLong(&ok);
-    if (!ok)
-        return 2;
-    if (int rc = openOrFail(args[0]))
-        return rc;
-    ref_ptr<IKvoQvRefPlaneMan> planes = planesOf();
-    if (!planes->deletePlane(id)) {
-        err(QString("there is no plane %1").arg(id));
-        return 1;
-    }
-    planes->updateDisplay(true);
-    if (int rc = saveOrFail())
-        return rc;
-    out(QString("Plane %1 deleted").arg(id));
-    return 0;
+    return changePlane(
+        args, [](IKvoQvRefPlaneMan& planes, long id) { return planes.deletePlane(id); }, "Plane %1 deleted");
 }
 
 int cmdPlane(const QStringList& args)
