@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <condition_variable>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <mutex>
@@ -108,6 +109,37 @@ public:
         // from_chars takes no '+' and would read a second sign: both are refused here.
         if (s >= m_end || *s == '+' || *s == '-')
             return false;
+        // Plain decimals (up to 15 digits, 8 after the point, no exponent)
+        // are the bulk of every file: m / 10^k in double is exact to the last
+        // bit float keeps, so rounding it gives what from_chars gives.
+        {
+            const char* q = s;
+            uint64_t m = 0;
+            int digits = 0, frac = 0;
+            while (q < m_end && unsigned(*q - '0') <= 9) {
+                m = m * 10 + unsigned(*q - '0');
+                ++digits;
+                ++q;
+            }
+            if (q < m_end && *q == '.') {
+                ++q;
+                while (q < m_end && unsigned(*q - '0') <= 9) {
+                    m = m * 10 + unsigned(*q - '0');
+                    ++digits;
+                    ++frac;
+                    ++q;
+                }
+            }
+            const bool more = q < m_end && (*q == 'e' || *q == 'E' || *q == 'x' || *q == 'X' || *q == 'n' ||
+                                            *q == 'N' || *q == 'i' || *q == 'I' || *q == 'p' || *q == 'P');
+            if (digits > 0 && digits <= 15 && frac <= 8 && !more) {
+                static const double kPow10[9] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
+                const float v = float(double(m) / kPow10[frac]);
+                m_p = q;
+                out = negative ? -v : v;
+                return true;
+            }
+        }
         float v = 0;
         auto r = std::from_chars(s, m_end, v, std::chars_format::general);
         if (r.ec == std::errc::invalid_argument)
@@ -203,6 +235,47 @@ int fieldsOf(Form form)
 // The first corner decides the form of the whole face.
 Form decideForm(const char* b, const char* e, long long f[3])
 {
+    // The usual shapes, told by their digits and slashes alone: runs of
+    // digits separated by "/" (or "//" once, second) read the same as below.
+    {
+        int runs = 0, slashes = 0;
+        bool doubled = false, clean = true, inRun = false;
+        for (const char* s = b; s < e && clean; ++s) {
+            if (unsigned(*s - '0') <= 9) {
+                if (!inRun)
+                    ++runs;
+                inRun = true;
+            } else if (*s == '/') {
+                if (!inRun && s > b && s[-1] == '/' && !doubled && slashes == 1)
+                    doubled = true;
+                else if (!inRun)
+                    clean = false;
+                ++slashes;
+                inRun = false;
+            } else {
+                clean = false;
+            }
+        }
+        clean = clean && inRun && unsigned(*b - '0') <= 9;
+        if (clean) {
+            Form form = Form::V;
+            if (slashes == 0 && runs == 1)
+                form = Form::V;
+            else if (slashes == 1 && runs == 2)
+                form = Form::VT;
+            else if (slashes == 2 && runs == 3)
+                form = Form::VTN;
+            else if (slashes == 2 && runs == 2 && doubled)
+                form = Form::VN;
+            else
+                clean = false;
+            if (clean) {
+                Scanner(b, e).corner(form, f);
+                return form;
+            }
+        }
+    }
+
     for (const char* s = b; s + 1 < e; ++s)
         if (s[0] == '/' && s[1] == '/') {
             Scanner(b, e).corner(Form::VN, f);
