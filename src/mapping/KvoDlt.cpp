@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <limits>
 #include <set>
@@ -610,9 +611,16 @@ bool calcAffineTransformationCoord(const matrix<float>& m, float x, float y, flo
 
 namespace {
 
-// The model manager forms an image's DLT parameters through this fit.
+// The model manager forms an image's DLT parameters: the ones stored with
+// the project when a mapping kept them, else a fit of the control points.
 bool solveImageDlt(long imageId, double* L)
 {
+    QByteArray stored;
+    if (getMM()->getProjectBlob("ZebCtrlPntMapping", QString("%1_DLTParam").arg(imageId), stored) &&
+        stored.size() == 11 * int(sizeof(double))) {
+        std::memcpy(L, stored.constData(), 11 * sizeof(double));
+        return true;
+    }
     return CDltFitter().fitImage(imageId, L, 3, false) > 0;
 }
 

@@ -173,3 +173,34 @@ TEST(Cli, PlanesAreAddedListedActivatedAndKeptInTheProject)
     EXPECT_TRUE(add.out.startsWith("* 3\tPlane3")) << "ids are never reused: " << add.out.toStdString();
     EXPECT_TRUE(cli({"plane", "list", project}).out.startsWith("Planes: 2, active 3"));
 }
+
+// The user's road, headless: a project, the model from OBJ, photographs,
+// and a mapping from the control-point file of each.
+TEST(Cli, ImportAddAndMapFromControlPointFiles)
+{
+    qvtest::ScratchDir dir;
+    const QString sample = QString(QUOVARA_SOURCE_DIR) + "/samples/building";
+    const QString project = dir.file("p.qvj");
+    ASSERT_EQ(cli({"new", project}).code, 0);
+    CliRun imported = cli({"import-obj", project, sample + "/model.obj"});
+    ASSERT_EQ(imported.code, 0) << imported.err.toStdString();
+    ASSERT_EQ(cli({"add-images", project, sample + "/photos/photo_01.jpg", sample + "/photos/photo_02.jpg"}).code, 0);
+    CliRun dlt = cli({"map", project, "photo_01.jpg", "--control-points", sample + "/control_points/photo_01.txt"});
+    ASSERT_EQ(dlt.code, 0) << dlt.err.toStdString();
+    EXPECT_TRUE(dlt.out.startsWith("Mapped image 1 (dlt): ")) << dlt.out.toStdString();
+    EXPECT_GT(dlt.out.section(": ", 1).section(' ', 0, 0).toInt(), 5000);
+    const QString info = cli({"info", project}).out;
+    EXPECT_TRUE(info.contains("\"photo_01.jpg\": 1024x768, normal, mapping type 0")) << info.toStdString();
+    EXPECT_TRUE(info.contains("control points 12 ")) << info.toStdString();
+    // Too few points for any mapping: the reason, and nothing mapped.
+    qvtest::ScratchDir other;
+    {
+        QFile f(other.file("two.txt"));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("    U          V          X           Y            Z   \n0.1 0.2 1 2 3\n0.5 0.5 2 2 2\n");
+    }
+    CliRun few = cli({"map", project, "2", "--control-points", other.file("two.txt"), "--type", "plane"});
+    EXPECT_EQ(few.code, 1);
+    EXPECT_FALSE(few.err.isEmpty());
+    EXPECT_FALSE(cli({"info", project}).out.contains("of image 2")) << "no texture mesh for image 2";
+}

@@ -1,0 +1,145 @@
+// Mapping an image from control points, headless.
+
+#include <QFile>
+#include <QTextStream>
+
+#include "CliSupport.h"
+#include "camera/KvoVirtualCamera.h"
+#include "commands/KvoCommands.h"
+#include "mapping/KvoDlt.h"
+#include "mapping/KvoMapping.h"
+#include "scene/KvoStore.h"
+
+using namespace kvo;
+
+namespace qvcli {
+namespace {
+
+// The control-point file: the first line skipped, then "U V X Y Z" a line
+// (blanks, tabs or commas between), U and V within 0 to 1.
+bool readPoints(const QString& path, std::vector<XPnt2d>& image, std::vector<XPnt3d>& world)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly | QIODevice::Text))
+        return false;
+    QTextStream in(&f);
+    in.readLine();
+    while (!in.atEnd()) {
+        const QStringList parts = in.readLine().split(QRegExp("[\\t, ]+"), Qt::SkipEmptyParts);
+        if (parts.size() != 5)
+            continue;
+        double v[5];
+        bool ok = true;
+        for (int i = 0; i < 5 && ok; ++i)
+            v[i] = parts[i].toDouble(&ok);
+        if (!ok || v[0] < 0 || v[0] > 1 || v[1] < 0 || v[1] > 1)
+            continue;
+        image.emplace_back(v[0], v[1]);
+        world.emplace_back(v[2], v[3], v[4]);
+    }
+    return true;
+}
+
+int cmdMap(const QStringList& args)
+{
+    if (args.size() < 2)
+        return 2;
+    QString pointsFile, type = "dlt";
+    bool refine = true;
+    for (int i = 2; i < args.size(); ++i) {
+        if (args[i] == "--no-refine") {
+            refine = false;
+        } else if (i + 1 < args.size() && args[i] == "--control-points") {
+            pointsFile = args[++i];
+        } else if (i + 1 < args.size() && args[i] == "--type") {
+            type = args[++i];
+            if (type != "dlt" && type != "plane")
+                return 2;
+        } else {
+            return 2;
+        }
+    }
+    if (int rc = openOrFail(args[0]))
+        return rc;
+    IKvoMM* mm = getMM();
+    ref_ptr<IKvoProject> project;
+    ref_ptr<IKvoImageDb> db;
+    mm->getProject(project)->getImageDb(db);
+    bool isId = false;
+    long id = args[1].toLong(&isId);
+    if (!isId)
+        id = mm->getImageIdByName(args[1]);
+    ref_ptr<IKvoImageInfo> info;
+    if (id < 0 || !db->getImageInfo(info, id) || !info) {
+        err(QString("%1: no such image in the project").arg(args[1]));
+        return 1;
+    }
+    if (!pointsFile.isEmpty()) {
+        std::vector<XPnt2d> image;
+        std::vector<XPnt3d> world;
+        if (!readPoints(pointsFile, image, world)) {
+            err(QString("cannot read %1").arg(pointsFile));
+            return 1;
+        }
+        while (info->getCtrlImagePntCount() > 0)
+            info->removeCtrlImagePnt(0);
+        while (info->getCtrlWorldPntCount() > 0)
+            info->removeCtrlWorldPnt(0);
+        for (size_t i = 0; i < image.size(); ++i) {
+            info->addCtrlImagePnt(image[i]);
+            info->addCtrlWorldPnt(world[i]);
+        }
+    }
+    mm->setActiveImageId(id);
+    TerminalProgress progress;
+    long rc = 0;
+    if (type == "dlt") {
+        double L[11];
+        const double residual = CDltFitter().fitImage(id, L, 3, false);
+        if (!(residual > 0)) {
+            progress.finish();
+            err(QString("the control points give no DLT (%1 of them; 7 that agree within 3 pixels are needed)")
+                    .arg(info->getCtrlPntCount()));
+            return 1;
+        }
+        mm->setProjectBlob("ZebCtrlPntMapping", QString("%1_DLTParam").arg(id), L, sizeof L);
+        bool reserved = false;
+        rc = DLTMapping(L, false, true, false, reserved, &progress);
+        if (rc == 0) {
+            info->setMappingType(0);
+            if (refine && info->getCtrlPntCount() > 3)
+                updateDensifyDLTMapping();
+        }
+    } else {
+        rc = planeMapping(false, true, false, false, &progress);
+        if (rc == 0) {
+            info->setMappingType(2);
+            if (refine && info->getCtrlPntCount() > 3)
+                updateDensifyPlaneMapping();
+        }
+    }
+    progress.finish();
+    if (rc != 0) {
+        err(resultMessage(rc));
+        return 1;
+    }
+    if (mm->isTexEditOpen())
+        mm->commitTexEdit();
+    if (int save = saveOrFail())
+        return save;
+    ref_ptr<IKvoMesh> mesh;
+    mm->getTexMeshOfImage(mesh, id);
+    out(QString("Mapped image %1 (%2): %3 triangles").arg(id).arg(type).arg(mesh ? mesh->getFaceCount() : 0));
+    return 0;
+}
+
+Register rMap("map",
+              {"map PROJECT.qvj IMAGE [--control-points FILE] [--type dlt|plane] [--no-refine]",
+               "maps an image (id or name) from its control points (replaced by those of FILE when given, in the "
+               "control-point file format): dlt fits the 11 DLT parameters robustly, plane lays the image on the "
+               "plane of the first three points; with more than three points the UVs are then bent so that every "
+               "control point lands where it was measured; saves the project",
+               cmdMap});
+
+} // namespace
+} // namespace qvcli
