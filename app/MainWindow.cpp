@@ -164,8 +164,8 @@ void MainWindow::buildMenus()
         refreshAll();
     });
     m_projectActions << file->addAction(tr("Import Images && Meshes From Project..."), this, [this] {
-        const QString path = getPresenter()->getOpenFileName(this, tr("Import Images & Meshes From Project"),
-                                                             QString(), tr("Quovara projects (*.qvj)"));
+        const QString path = getPresenter()->getOpenFileName(this, tr("Import Images & Meshes From Project"), QString(),
+                                                             tr("Quovara projects (*.qvj)"));
         if (path.isEmpty())
             return;
         cmdImportMesh(path);
