@@ -235,6 +235,9 @@ void MainWindow::buildMenus()
         cmdOnImageShowMatrix(ids);
     });
 
+    QMenu* mapping = menuBar()->addMenu(tr("&Mapping"));
+    m_projectActions << mapping->addAction(tr("&Control Point Mapping..."), this, [] { cmdTexMappingQt(); });
+
     QMenu* planes = menuBar()->addMenu(tr("&Planes"));
     m_projectActions << planes->addAction(tr("Projection &Plane Management..."), this,
                                           [] { cmdOnProjectPlaneManageQt(); });

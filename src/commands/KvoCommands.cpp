@@ -38,18 +38,6 @@ ref_ptr<IKvoImageInfo> imageInfo(long id)
 
 // ---------------------------------------------------------------- task commands
 
-long cmdTexMappingQt()
-{
-    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
-    if (!vm)
-        return -1;
-    if (!hasProject())
-        return kvoNoProject;
-    vm->endCurrentTask();
-    msgToolNotAvailable(tr("Texture mapping"));
-    return -1;
-}
-
 long cmdTexMapAdjustQt()
 {
     ref_ptr<IZebViewerMan> vm = zebUI::getVM();

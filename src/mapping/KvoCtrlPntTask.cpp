@@ -1,0 +1,266 @@
+#include "mapping/KvoCtrlPntTask.h"
+
+#include <GL/gl.h>
+
+#include <QPointer>
+
+#include "commands/KvoCommands.h"
+#include "mapping/QDlgTextureMapping.h"
+#include "scene/KvoPntSnap.h"
+#include "scene/KvoStore.h"
+
+namespace kvo {
+
+namespace {
+
+ref_ptr<IKvoImageInfo> activeRecord()
+{
+    ref_ptr<IKvoProject> project;
+    ref_ptr<IKvoImageDb> db;
+    ref_ptr<IKvoImageInfo> info;
+    if (getMM()->getProject(project) && project->getImageDb(db))
+        db->getImageInfo(info, getMM()->getActiveImageId());
+    return info;
+}
+
+// Waiting world picks (red) and the control points of the active image (blue)
+// over the model.
+class ITaskCtrlPntRender : public IZebRender {
+public:
+    explicit ITaskCtrlPntRender(const std::vector<XPnt3d>* picks) : m_picks(picks) {}
+    void getName(QString& out) const override { out = "CtrlPntsRender"; }
+    long draw(long view, const ref_ptr<IZebViewer>&) override
+    {
+        if (view != kvoModelView)
+            return 1;
+        glPushAttrib(GL_ENABLE_BIT | GL_POINT_BIT | GL_CURRENT_BIT);
+        glDisable(GL_LIGHTING);
+        glDisable(GL_TEXTURE_2D);
+        glDisable(GL_DEPTH_TEST);
+        glPointSize(7.f);
+        glBegin(GL_POINTS);
+        glColor3f(1, 0, 0);
+        for (const XPnt3d& p : *m_picks)
+            glVertex3d(p.x, p.y, p.z);
+        glColor3f(0.1f, 0.3f, 1);
+        if (ref_ptr<IKvoImageInfo> info = activeRecord())
+            for (long i = 0; i < info->getCtrlWorldPntCount(); ++i) {
+                XPnt3d w;
+                info->getCtrlWorldPnt(w, i);
+                glVertex3d(w.x, w.y, w.z);
+            }
+        glEnd();
+        glPopAttrib();
+        return 0;
+    }
+
+private:
+    const std::vector<XPnt3d>* m_picks;
+};
+
+class CKvoQvTaskCtrlPnt : public CQvTaskImp<IKvoQvTaskCtrlPnt> {
+public:
+    CKvoQvTaskCtrlPnt() { name = "CtrlPnt"; }
+    void setMode(long mode) override { m_mode = mode; }
+    void setMappingFlag(bool mapping) override { m_mappingFlag = mapping; }
+    void setEventMode(long mode) override { m_eventMode = mode; }
+    bool isMapping() const override { return m_mappingFlag; }
+    long fireChanged(long) override
+    {
+        POINT_POINT p;
+        if (!m_lastPair.empty()) {
+            p.uv = m_lastPair.front().first;
+            p.world = m_lastPair.front().second;
+        }
+        return events.fire<IKvoQvTaskCtrlPntEvent>([&](IKvoQvTaskCtrlPntEvent* e) { return e->onPointChanged(p); });
+    }
+    const std::vector<XPnt3d>& worldPicks() const override { return m_worldPicks; }
+    const std::vector<XPnt2d>& imagePicks() const override { return m_imagePicks; }
+
+    long onTaskStart() override
+    {
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        if (!vm)
+            return -1;
+        m_render = new ITaskCtrlPntRender(&m_worldPicks);
+        m_renderId = vm->addRender(m_render);
+        if (m_mode == 0 && m_mappingFlag) {
+            m_dialog = new QDlgTextureMapping(nullptr);
+            QObject::connect(m_dialog, &QDlgTextureMapping::finished, [] {
+                if (ref_ptr<IZebViewerMan> v = zebUI::getVM()) {
+                    v->endCurrentTask();
+                    if (IZebTaskPanel* panel = v->getTaskPanel())
+                        panel->close();
+                }
+            });
+            if (IZebDialogHost* host = vm->getDialogHost())
+                host->attach(m_dialog);
+        }
+        return 0;
+    }
+    long onTaskEnd() override
+    {
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        if (vm)
+            vm->removeRender(m_renderId);
+        m_imagePicks.clear();
+        m_worldPicks.clear();
+        IKvoMM* mm = getMM();
+        if (mm->isTexEditOpen())
+            mm->closeTexEdit();
+        if (vm) {
+            if (IZebDialogHost* host = vm->getDialogHost())
+                if (host->getAttached() == m_dialog)
+                    host->attach(nullptr);
+            vm->setPhotoPreview(false);
+        }
+        if (m_dialog)
+            m_dialog->deleteLater();
+        return 0;
+    }
+
+    long onMouseDown(long view, long flags, long x, long y) override
+    {
+        if (!(flags & kvoModCtrl))
+            return kvoNotHandled;
+        IKvoMM* mm = getMM();
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        if (mm->getActiveImageId() < 0) {
+            msgWarningQt(QObject::tr("Please active a image!"));
+            return -1;
+        }
+        if (vm)
+            vm->setViewCursor(view, 1);
+        if (view == kvoImageView) {
+            ref_ptr<IZebImageViewer> image;
+            ref_ptr<IKvoImageInfo> info = activeRecord();
+            XPnt2i size;
+            if (vm && vm->getImageViewer(image) && image && info && info->getImageSize(size, 2) && size.x > 0) {
+                XPnt2d px;
+                image->pickImagePoint(px, double(x), double(y));
+                // Picture pixels (rows down) to picture positions (0..1, up).
+                if (px.isValid())
+                    m_imagePicks.push_back(XPnt2d(px.x / size.x, 1.0 - px.y / size.y));
+            }
+        } else {
+            ref_ptr<IKvoTrackBall> ball = getViewTrackBall(kvoModelView);
+            XPnt3d p;
+            if (ball)
+                ball->pickPoint(p, double(x), double(y));
+            if (m_dialog && m_dialog->isVertexSnap()) {
+                prepareSnap();
+                XPnt3d snapped;
+                XPnt2d screen;
+                if (m_snap->findNear(snapped, screen, double(x), double(y), 10.0))
+                    p = snapped;
+            }
+            if (p.isValid())
+                m_worldPicks.push_back(p);
+        }
+        pair();
+        if (vm) {
+            vm->redrawModelView();
+            vm->redrawImageView();
+        }
+        return 0;
+    }
+
+    long onKeyDown(long view, long key, long repeat, long flags) override
+    {
+        if (key == Qt::Key_U) {
+            if (view == kvoModelView && !m_worldPicks.empty()) {
+                m_worldRedo.push_back(m_worldPicks.back());
+                m_worldPicks.pop_back();
+            } else if (view != kvoModelView && !m_imagePicks.empty()) {
+                m_imageRedo.push_back(m_imagePicks.back());
+                m_imagePicks.pop_back();
+            }
+            return 0;
+        }
+        if (key == Qt::Key_R) {
+            if (view == kvoModelView && !m_worldRedo.empty()) {
+                m_worldPicks.push_back(m_worldRedo.back());
+                m_worldRedo.pop_back();
+                pair();
+            } else if (view != kvoModelView && !m_imageRedo.empty()) {
+                m_imagePicks.push_back(m_imageRedo.back());
+                m_imageRedo.pop_back();
+                pair();
+            }
+            return 0;
+        }
+        return CQvTaskImp<IKvoQvTaskCtrlPnt>::onKeyDown(view, key, repeat, flags);
+    }
+
+    QDlgTextureMapping* dialog() const { return m_dialog; }
+
+private:
+    void prepareSnap()
+    {
+        ref_ptr<IKvoModel> model;
+        if (!m_snap) {
+            m_snap = newKvoPntSnap();
+            if (getMM()->getBareModel(model) && model)
+                m_snap->setup(ref_ptr<Pnt3fArray>(model->getVertices()));
+        }
+    }
+    // Waiting picks pair up in pick order.
+    void pair()
+    {
+        ref_ptr<IKvoImageInfo> info = activeRecord();
+        bool made = false;
+        while (info && !m_imagePicks.empty() && !m_worldPicks.empty()) {
+            info->addCtrlImagePnt(m_imagePicks.front());
+            info->addCtrlWorldPnt(m_worldPicks.front());
+            m_lastPair = {{m_imagePicks.front(), m_worldPicks.front()}};
+            m_imagePicks.erase(m_imagePicks.begin());
+            m_worldPicks.erase(m_worldPicks.begin());
+            made = true;
+        }
+        if (!made)
+            return;
+        getMM()->setDirty(true);
+        if (m_dialog)
+            m_dialog->refreshPoints();
+        if (fireChanged(0) != -1) {
+            m_imageRedo.clear();
+            m_worldRedo.clear();
+        }
+    }
+
+    long m_mode = 0, m_eventMode = -1, m_renderId = -1;
+    bool m_mappingFlag = true;
+    std::vector<XPnt3d> m_worldPicks, m_worldRedo;
+    std::vector<XPnt2d> m_imagePicks, m_imageRedo;
+    std::vector<std::pair<XPnt2d, XPnt3d>> m_lastPair;
+    ref_ptr<IZebRender> m_render;
+    ref_ptr<IKvoPntSnap> m_snap;
+    QPointer<QDlgTextureMapping> m_dialog;
+};
+
+} // namespace
+
+ref_ptr<IKvoQvTaskCtrlPnt> newKvoQvTaskCtrlPnt()
+{
+    return ref_ptr<IKvoQvTaskCtrlPnt>(new CKvoQvTaskCtrlPnt());
+}
+
+// The control-point session: ends the current tool and starts the session
+// with its dialog. -1 without a viewer manager; the no-project code without a project.
+long cmdTexMappingQt()
+{
+    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+    if (!vm)
+        return -1;
+    ref_ptr<IKvoProject> project;
+    if (!getMM()->getProject(project))
+        return kvoNoProject;
+    vm->endCurrentTask();
+    ref_ptr<IKvoQvTaskCtrlPnt> task = newKvoQvTaskCtrlPnt();
+    task->setMode(0);
+    task->setMappingFlag(true);
+    vm->startTask(task.get());
+    return 0;
+}
+
+} // namespace kvo
