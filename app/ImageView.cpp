@@ -67,7 +67,9 @@ void ImageView::paintEvent(QPaintEvent*)
         p.drawText(rect(), Qt::AlignCenter, tr("No active image"));
     }
     g_painter = &p;
+    m_vm->imageViewer()->setPainter(&p);
     m_vm->paint(kvoImageView);
+    m_vm->imageViewer()->setPainter(nullptr);
     g_painter = nullptr;
 }
 

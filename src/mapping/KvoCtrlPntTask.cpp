@@ -2,6 +2,7 @@
 
 #include <GL/gl.h>
 
+#include <QPainter>
 #include <QPointer>
 
 #include "commands/KvoCommands.h"
@@ -27,12 +28,15 @@ ref_ptr<IKvoImageInfo> activeRecord()
 // over the model.
 class ITaskCtrlPntRender : public IZebRender {
 public:
-    explicit ITaskCtrlPntRender(const std::vector<XPnt3d>* picks) : m_picks(picks) {}
+    ITaskCtrlPntRender(const std::vector<XPnt3d>* picks, const std::vector<XPnt2d>* imagePicks)
+        : m_picks(picks), m_imagePicks(imagePicks)
+    {
+    }
     void getName(QString& out) const override { out = "CtrlPntsRender"; }
     long draw(long view, const ref_ptr<IZebViewer>&) override
     {
         if (view != kvoModelView)
-            return 1;
+            return drawImage();
         glPushAttrib(GL_ENABLE_BIT | GL_POINT_BIT | GL_CURRENT_BIT);
         glDisable(GL_LIGHTING);
         glDisable(GL_TEXTURE_2D);
@@ -55,7 +59,44 @@ public:
     }
 
 private:
+    // On the photograph: the control points (blue, numbered from 1) and the
+    // waiting picks (red, numbered on from the control points).
+    long drawImage()
+    {
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        ref_ptr<IZebImageViewer> viewer;
+        ref_ptr<IKvoImageInfo> info = activeRecord();
+        XPnt2i size;
+        if (!vm || !vm->getImageViewer(viewer) || !viewer || !viewer->getPainter() || !info ||
+            !info->getImageSize(size, 2) || size.x <= 0)
+            return 1;
+        QPainter& p = *viewer->getPainter();
+        p.save();
+        QFont font = p.font();
+        font.setPixelSize(15);
+        p.setFont(font);
+        auto mark = [&](const XPnt2d& uv, int number, const QColor& colour) {
+            XPnt2d s;
+            viewer->imageToScreen(s, XPnt2d(uv.x * size.x, (1.0 - uv.y) * size.y));
+            p.setPen(QPen(colour, 2));
+            p.drawLine(QPointF(s.x - 6, s.y), QPointF(s.x + 6, s.y));
+            p.drawLine(QPointF(s.x, s.y - 6), QPointF(s.x, s.y + 6));
+            p.drawText(QPointF(s.x + 5, s.y - 5), QString::number(number));
+        };
+        const long n = info->getCtrlImagePntCount();
+        for (long i = 0; i < n; ++i) {
+            XPnt2d uv;
+            info->getCtrlImagePnt(uv, i);
+            mark(uv, int(i + 1), QColor(30, 80, 255));
+        }
+        for (size_t k = 0; k < m_imagePicks->size(); ++k)
+            mark((*m_imagePicks)[k], int(n + 1 + long(k)), QColor(255, 0, 0));
+        p.restore();
+        return 0;
+    }
+
     const std::vector<XPnt3d>* m_picks;
+    const std::vector<XPnt2d>* m_imagePicks;
 };
 
 class CKvoQvTaskCtrlPnt : public CQvTaskImp<IKvoQvTaskCtrlPnt> {
@@ -82,8 +123,11 @@ public:
         ref_ptr<IZebViewerMan> vm = zebUI::getVM();
         if (!vm)
             return -1;
-        m_render = new ITaskCtrlPntRender(&m_worldPicks);
+        m_render = new ITaskCtrlPntRender(&m_worldPicks, &m_imagePicks);
         m_renderId = vm->addRender(m_render);
+        ref_ptr<IZebImageViewer> image;
+        if (vm->getImageViewer(image) && image)
+            m_imageRenderId = image->addRender(m_render);
         if (m_mode == 0 && m_mappingFlag) {
             m_dialog = new QDlgTextureMapping(nullptr);
             QObject::connect(m_dialog, &QDlgTextureMapping::finished, [] {
@@ -101,8 +145,12 @@ public:
     long onTaskEnd() override
     {
         ref_ptr<IZebViewerMan> vm = zebUI::getVM();
-        if (vm)
+        if (vm) {
             vm->removeRender(m_renderId);
+            ref_ptr<IZebImageViewer> image;
+            if (vm->getImageViewer(image) && image)
+                image->removeRender(m_imageRenderId);
+        }
         m_imagePicks.clear();
         m_worldPicks.clear();
         IKvoMM* mm = getMM();
@@ -228,7 +276,7 @@ private:
         }
     }
 
-    long m_mode = 0, m_eventMode = -1, m_renderId = -1;
+    long m_mode = 0, m_eventMode = -1, m_renderId = -1, m_imageRenderId = -1;
     bool m_mappingFlag = true;
     std::vector<XPnt3d> m_worldPicks, m_worldRedo;
     std::vector<XPnt2d> m_imagePicks, m_imageRedo;

@@ -159,6 +159,9 @@ public:
     XPnt2d& screenToImage(XPnt2d& out, double x, double y) const override;
     XPnt2d& imageToScreen(XPnt2d& out, const XPnt2d& imagePoint) const override;
     XPnt2d& pickImagePoint(XPnt2d& out, double x, double y) const override;
+    QPainter* getPainter() const override { return m_painter; }
+    // The host hands its painter over for the length of a paint.
+    void setPainter(QPainter* painter) { m_painter = painter; }
 
     // Shows an image (-1 for none) of the given pixel size, fitted to the view,
     // and tells the image hooks.
@@ -174,6 +177,7 @@ private:
     KvoIdRegistry<IZebImgEvent> m_events;
     long m_imageId = -1;
     long m_width = 800, m_height = 600;
+    QPainter* m_painter = nullptr;
 };
 
 // Our viewer manager: the two views, their hooks, the one current task and

@@ -1,5 +1,7 @@
 #pragma once
 
+class QPainter;
+
 #include <QString>
 
 #include "scene/KvoStore.h"
@@ -95,6 +97,9 @@ public:
     virtual XPnt2d& imageToScreen(XPnt2d& out, const XPnt2d& imagePoint) const = 0;
     // The image position under a window position; invalid outside the picture.
     virtual XPnt2d& pickImagePoint(XPnt2d& out, double x, double y) const = 0;
+    // While the view paints (render hooks run then): the painter of the view,
+    // in window pixels. Null at any other time.
+    virtual QPainter* getPainter() const = 0;
 };
 
 // Where a task's panel dialog is placed.
