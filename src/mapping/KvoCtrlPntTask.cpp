@@ -39,6 +39,8 @@ public:
             return drawImage();
         glPushAttrib(GL_ENABLE_BIT | GL_POINT_BIT | GL_CURRENT_BIT);
         glDisable(GL_LIGHTING);
+        // Colours set here must not reach the material of what is drawn next.
+        glDisable(GL_COLOR_MATERIAL);
         glDisable(GL_TEXTURE_2D);
         glDisable(GL_DEPTH_TEST);
         glPointSize(7.f);

@@ -45,6 +45,8 @@ public:
             return 1;
         glPushAttrib(GL_ENABLE_BIT | GL_POINT_BIT | GL_CURRENT_BIT);
         glDisable(GL_LIGHTING);
+        // Colours set here must not reach the material of what is drawn next.
+        glDisable(GL_COLOR_MATERIAL);
         glDisable(GL_TEXTURE_2D);
         glDisable(GL_DEPTH_TEST);
         glPointSize(2.0f * 3);
@@ -281,6 +283,8 @@ public:
             return 1;
         glPushAttrib(GL_ENABLE_BIT | GL_CURRENT_BIT | GL_LINE_BIT | GL_DEPTH_BUFFER_BIT | GL_COLOR_BUFFER_BIT);
         glDisable(GL_LIGHTING);
+        // Colours set here must not reach the material of what is drawn next.
+        glDisable(GL_COLOR_MATERIAL);
         glDisable(GL_TEXTURE_2D);
         glDisable(GL_CULL_FACE);
         glEnable(GL_BLEND);
