@@ -217,6 +217,23 @@ public:
 
     long onKeyDown(long view, long key, long repeat, long flags) override
     {
+        if (key == Qt::Key_Control && m_dialog) {
+            prepareSnap();
+            if (m_dialog->previewState() == 0) {
+                m_savedPreview = 0;
+                m_dialog->setPreviewState(2);
+            }
+            return 0;
+        }
+        if (key == Qt::Key_Q && view == kvoModelView && m_dialog) {
+            m_savedPreview = m_dialog->previewState();
+            m_dialog->setPreviewState(1);
+            return 0;
+        }
+        if (key == Qt::Key_E && view == kvoModelView && m_dialog) {
+            m_dialog->setPreviewState(m_dialog->previewState() == 0 ? 2 : 0);
+            return 0;
+        }
         if (key == Qt::Key_U) {
             if (view == kvoModelView && !m_worldPicks.empty()) {
                 m_worldRedo.push_back(m_worldPicks.back());
@@ -240,6 +257,20 @@ public:
             return 0;
         }
         return CQvTaskImp<IKvoQvTaskCtrlPnt>::onKeyDown(view, key, repeat, flags);
+    }
+
+    long onKeyUp(long view, long key, long repeat, long flags) override
+    {
+        if (key == Qt::Key_Control && m_dialog && m_dialog->previewState() == 2) {
+            m_dialog->setPreviewState(m_savedPreview);
+            return 0;
+        }
+        if (key == Qt::Key_Q && m_dialog) {
+            m_dialog->setPreviewState(0);
+            m_dialog->setPreviewState(m_savedPreview == 1 ? 0 : m_savedPreview);
+            return 0;
+        }
+        return CQvTaskImp<IKvoQvTaskCtrlPnt>::onKeyUp(view, key, repeat, flags);
     }
 
     QDlgTextureMapping* dialog() const { return m_dialog; }
@@ -278,7 +309,7 @@ private:
         }
     }
 
-    long m_mode = 0, m_eventMode = -1, m_renderId = -1, m_imageRenderId = -1;
+    long m_mode = 0, m_eventMode = -1, m_renderId = -1, m_imageRenderId = -1, m_savedPreview = 0;
     bool m_mappingFlag = true;
     std::vector<XPnt3d> m_worldPicks, m_worldRedo;
     std::vector<XPnt2d> m_imagePicks, m_imageRedo;

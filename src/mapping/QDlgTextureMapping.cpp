@@ -1,6 +1,7 @@
 #include "mapping/QDlgTextureMapping.h"
 
 #include <QCheckBox>
+#include <QComboBox>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -154,6 +155,21 @@ QDlgTextureMapping::QDlgTextureMapping(QWidget* parent) : QWidget(parent)
         m_camera.fovY = m_fov->value() / 100.0;
         getMM()->setVCParam(m_imageId, m_camera);
     });
+    // Matching against a mapped reference image comes with automatic matching.
+    auto* matchRow = new QHBoxLayout();
+    auto* reference = new QComboBox(this);
+    reference->setObjectName("referenceMesh");
+    ref_ptr<MeshArray> shown;
+    if (mm->getShownMeshes(shown) && shown)
+        for (const ref_ptr<IKvoMesh>& m : shown->vec())
+            if (m->getImageId() > 0 && m->getImageId() != m_imageId)
+                reference->addItem(QString::number(m->getImageId()));
+    auto* match = new QPushButton(tr("Match"), this);
+    match->setEnabled(reference->count() > 0);
+    connect(match, &QPushButton::clicked, this, [] { msgToolNotAvailable(tr("Auto-Select Control Points")); });
+    matchRow->addWidget(reference, 1);
+    matchRow->addWidget(match);
+    layout->addLayout(matchRow);
     auto* buttons = new QHBoxLayout();
     auto button = [&](const QString& text, auto fn) {
         auto* b = new QPushButton(text, this);
@@ -172,6 +188,31 @@ QDlgTextureMapping::QDlgTextureMapping(QWidget* parent) : QWidget(parent)
     }
     reloadTable();
     onBtnComputer();
+}
+
+void QDlgTextureMapping::setPreviewState(long state)
+{
+    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+    ref_ptr<IZebViewer> viewer;
+    ref_ptr<IKvoTrackBall> ball;
+    if (vm && vm->getModelViewer(viewer) && viewer)
+        viewer->getTrackBall(ball);
+    if (state == 1 && m_previewState != 1 && ball && m_camera.fovY > 0) {
+        m_savedEye = ball->getEye();
+        m_savedCentre = ball->getCenter();
+        m_savedUp = ball->getUp();
+        m_savedFov = ball->getFovY();
+        vm->setPhotoPreview(true);
+        ball->setFovY(m_camera.fovY / (m_camera.zoom > 0 ? m_camera.zoom : 1.0));
+        ball->setCamera(m_camera.eye, m_camera.center, m_camera.up);
+    } else if (state == 0 && m_previewState == 1 && ball) {
+        vm->setPhotoPreview(false);
+        ball->setFovY(m_savedFov);
+        ball->setCamera(m_savedEye, m_savedCentre, m_savedUp);
+    }
+    m_previewState = state;
+    if (vm)
+        vm->redrawModelView();
 }
 
 void QDlgTextureMapping::setType(Type t)

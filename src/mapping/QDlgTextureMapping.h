@@ -39,6 +39,10 @@ public:
     void onBtnOK();
     void onBtnCancel();
     void deleteSelectedPoints();
+    // 0 normal, 1 the 3-D view looks through the image's camera with the
+    // photograph over the model, 2 the photograph hidden.
+    long previewState() const { return m_previewState; }
+    void setPreviewState(long state);
 
 signals:
     void finished();
@@ -59,6 +63,9 @@ private:
     QCheckBox *m_removeErrors, *m_snap, *m_onlyUpdate, *m_selectedOnly, *m_tiled;
     QSlider* m_fov;
     QLabel* m_fovText;
+    long m_previewState = 0;
+    XPnt3d m_savedEye, m_savedCentre, m_savedUp;
+    double m_savedFov = 30;
 };
 
 } // namespace kvo

@@ -191,3 +191,28 @@ TEST_F(CtrlPntSession, CancelBringsTheMeshesBackAndSixPointsDoNotCompute)
     EXPECT_EQ(info->getCtrlPntCount(), long(std::min<size_t>(visible.size(), 12)))
         << "and leaves the points in the record";
 }
+
+TEST_F(CtrlPntSession, PreviewKeysLookThroughTheImagesCamera)
+{
+    ASSERT_EQ(cmdTexMappingQt(), 0);
+    QDlgTextureMapping* dlg = dialog();
+    ZebQVVCParam camera;
+    ASSERT_TRUE(getMM()->getVCParam(1, camera));
+    ball->setCamera(XPnt3d(40, 40, 40), XPnt3d(0, 0, 0), XPnt3d(0, 0, 1));
+    vm->keyDown(kvoModelView, Qt::Key_Q, 0, 0);
+    EXPECT_EQ(dlg->previewState(), 1);
+    EXPECT_LT(length(ball->getEye() - camera.eye), 1e-9) << "the view looks through the camera";
+    vm->keyUp(kvoModelView, Qt::Key_Q, 0, 0);
+    EXPECT_EQ(dlg->previewState(), 0);
+    EXPECT_EQ(ball->getEye(), XPnt3d(40, 40, 40)) << "and back";
+    vm->keyDown(kvoModelView, Qt::Key_E, 0, 0);
+    EXPECT_EQ(dlg->previewState(), 2);
+    vm->keyDown(kvoModelView, Qt::Key_E, 0, 0);
+    EXPECT_EQ(dlg->previewState(), 0);
+    // Ctrl hides the photograph while picking, and lets go of it after.
+    vm->keyDown(kvoModelView, Qt::Key_Control, 0, kvoModCtrl);
+    EXPECT_EQ(dlg->previewState(), 2);
+    vm->keyUp(kvoModelView, Qt::Key_Control, 0, 0);
+    EXPECT_EQ(dlg->previewState(), 0);
+    dlg->onBtnCancel();
+}
