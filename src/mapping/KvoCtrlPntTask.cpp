@@ -7,6 +7,7 @@
 
 #include "commands/KvoCommands.h"
 #include "mapping/QDlgTextureMapping.h"
+#include "scene/KvoGeometry.h"
 #include "scene/KvoPntSnap.h"
 #include "scene/KvoStore.h"
 
@@ -28,9 +29,15 @@ ref_ptr<IKvoImageInfo> activeRecord()
 // over the model.
 class ITaskCtrlPntRender : public IZebRender {
 public:
-    ITaskCtrlPntRender(const std::vector<XPnt3d>* picks, const std::vector<XPnt2d>* imagePicks)
-        : m_picks(picks), m_imagePicks(imagePicks)
+    ITaskCtrlPntRender(const std::vector<XPnt3d>* picks, const std::vector<XPnt2d>* imagePicks,
+                       const QPointer<QDlgTextureMapping>* dialog, const QRectF* band)
+        : m_picks(picks), m_imagePicks(imagePicks), m_dialog(dialog), m_band(band)
     {
+    }
+    ~ITaskCtrlPntRender() override
+    {
+        if (m_texture)
+            glDeleteTextures(1, &m_texture);
     }
     void getName(QString& out) const override { out = "CtrlPntsRender"; }
     long draw(long view, const ref_ptr<IZebViewer>&) override
@@ -56,11 +63,65 @@ public:
                 glVertex3d(w.x, w.y, w.z);
             }
         glEnd();
+        drawPreview();
         glPopAttrib();
         return 0;
     }
 
 private:
+    // The photograph where the image's camera sees it, half transparent,
+    // outlined in red, while the view is not looking through that camera.
+    void drawPreview()
+    {
+        const QDlgTextureMapping* dlg = m_dialog->data();
+        if (!dlg || dlg->previewState() != 0 || !(dlg->camera().fovY > 0))
+            return;
+        const zebUI::_ZebVCMapParam_& f = dlg->previewFrame();
+        const XPnt3d corners[4] = {f.leftBottom, f.rightBottom, f.rightTop, f.leftTop};
+        if (!f.leftBottom.isValid() || length(f.rightTop - f.leftBottom) <= 0)
+            return;
+        ref_ptr<IKvoImage> image;
+        getMM()->getActiveImage(image);
+        if (image && !image->isEmpty() && (m_textureImage != image.get() || m_revision != image->getRevision())) {
+            if (!m_texture)
+                glGenTextures(1, &m_texture);
+            glBindTexture(GL_TEXTURE_2D, m_texture);
+            glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+            glPixelStorei(GL_UNPACK_ROW_LENGTH, GLint(image->getStride() / 4));
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(image->getWidth()), GLsizei(image->getHeight()), 0, GL_RGBA,
+                         GL_UNSIGNED_BYTE, image->getData());
+            glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+            m_textureImage = image.get();
+            m_revision = image->getRevision();
+        }
+        glEnable(GL_DEPTH_TEST);
+        glEnable(GL_BLEND);
+        glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+        if (m_texture && image) {
+            glEnable(GL_TEXTURE_2D);
+            glBindTexture(GL_TEXTURE_2D, m_texture);
+            glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+        }
+        // Rows are stored top-down: the picture's first row is the top edge.
+        const float tex[4][2] = {{0, 1}, {1, 1}, {1, 0}, {0, 0}};
+        glColor4f(1, 1, 1, 0.5f);
+        glBegin(GL_QUADS);
+        for (int k = 0; k < 4; ++k) {
+            glTexCoord2f(tex[k][0], tex[k][1]);
+            glVertex3d(corners[k].x, corners[k].y, corners[k].z);
+        }
+        glEnd();
+        glDisable(GL_TEXTURE_2D);
+        glLineWidth(2.f);
+        glColor4f(1, 0, 0, 1);
+        glBegin(GL_LINE_LOOP);
+        for (const XPnt3d& c : corners)
+            glVertex3d(c.x, c.y, c.z);
+        glEnd();
+    }
+
     // On the photograph: the control points (blue, numbered from 1) and the
     // waiting picks (red, numbered on from the control points).
     long drawImage()
@@ -93,12 +154,22 @@ private:
         }
         for (size_t k = 0; k < m_imagePicks->size(); ++k)
             mark((*m_imagePicks)[k], int(n + 1 + long(k)), QColor(255, 0, 0));
+        if (m_band->isValid()) {
+            p.setPen(QPen(QColor(255, 255, 0), 1, Qt::DashLine));
+            p.setBrush(Qt::NoBrush);
+            p.drawRect(*m_band);
+        }
         p.restore();
         return 0;
     }
 
     const std::vector<XPnt3d>* m_picks;
     const std::vector<XPnt2d>* m_imagePicks;
+    const QPointer<QDlgTextureMapping>* m_dialog;
+    const QRectF* m_band;
+    GLuint m_texture = 0;
+    const IKvoImage* m_textureImage = nullptr;
+    unsigned long long m_revision = 0;
 };
 
 class CKvoQvTaskCtrlPnt : public CQvTaskImp<IKvoQvTaskCtrlPnt> {
@@ -125,7 +196,7 @@ public:
         ref_ptr<IZebViewerMan> vm = zebUI::getVM();
         if (!vm)
             return -1;
-        m_render = new ITaskCtrlPntRender(&m_worldPicks, &m_imagePicks);
+        m_render = new ITaskCtrlPntRender(&m_worldPicks, &m_imagePicks, &m_dialog, &m_band);
         m_renderId = vm->addRender(m_render);
         ref_ptr<IZebImageViewer> image;
         if (vm->getImageViewer(image) && image)
@@ -171,6 +242,14 @@ public:
 
     long onMouseDown(long view, long flags, long x, long y) override
     {
+        if (view == kvoImageView && (flags & kvoModAlt) && !(flags & kvoModCtrl)) {
+            if (ref_ptr<IZebViewerMan> vm = zebUI::getVM())
+                vm->setViewCursor(kvoImageView, 3);
+            m_dragging = true;
+            m_bandStart = QPointF(x, y);
+            m_band = QRectF();
+            return 0;
+        }
         if (!(flags & kvoModCtrl))
             return kvoNotHandled;
         IKvoMM* mm = getMM();
@@ -210,6 +289,47 @@ public:
         pair();
         if (vm) {
             vm->redrawModelView();
+            vm->redrawImageView();
+        }
+        return 0;
+    }
+
+    long onMouseMove(long view, long flags, long x, long y) override
+    {
+        if (m_dragging && view == kvoImageView) {
+            m_band = QRectF(m_bandStart, QPointF(x, y)).normalized();
+            if (ref_ptr<IZebViewerMan> vm = zebUI::getVM())
+                vm->redrawImageView();
+            return 0;
+        }
+        return CQvTaskImp<IKvoQvTaskCtrlPnt>::onMouseMove(view, flags, x, y);
+    }
+
+    // The rubber band selects the control points it holds in the table.
+    long onMouseUp(long view, long flags, long x, long y) override
+    {
+        if (!m_dragging)
+            return CQvTaskImp<IKvoQvTaskCtrlPnt>::onMouseUp(view, flags, x, y);
+        m_dragging = false;
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        ref_ptr<IZebImageViewer> viewer;
+        ref_ptr<IKvoImageInfo> info = activeRecord();
+        XPnt2i size;
+        if (m_band.isValid() && getMM()->getActiveImageId() >= 1 && vm && vm->getImageViewer(viewer) && viewer &&
+            info && info->getImageSize(size, 2) && m_dialog) {
+            std::vector<int> rows;
+            for (long i = 0; i < info->getCtrlImagePntCount(); ++i) {
+                XPnt2d uv, s;
+                info->getCtrlImagePnt(uv, i);
+                viewer->imageToScreen(s, XPnt2d(uv.x * size.x, (1.0 - uv.y) * size.y));
+                if (m_band.contains(QPointF(s.x, s.y)))
+                    rows.push_back(int(i));
+            }
+            m_dialog->selectPoints(rows);
+        }
+        m_band = QRectF();
+        if (vm) {
+            vm->setViewCursor(kvoImageView, 0);
             vm->redrawImageView();
         }
         return 0;
@@ -310,6 +430,9 @@ private:
     }
 
     long m_mode = 0, m_eventMode = -1, m_renderId = -1, m_imageRenderId = -1, m_savedPreview = 0;
+    bool m_dragging = false;
+    QPointF m_bandStart;
+    QRectF m_band;
     bool m_mappingFlag = true;
     std::vector<XPnt3d> m_worldPicks, m_worldRedo;
     std::vector<XPnt2d> m_imagePicks, m_imageRedo;

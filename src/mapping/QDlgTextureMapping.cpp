@@ -145,7 +145,10 @@ QDlgTextureMapping::QDlgTextureMapping(QWidget* parent) : QWidget(parent)
     fovRow->addWidget(m_fov, 1);
     fovRow->addWidget(m_fovText);
     layout->addLayout(fovRow);
-    mm->getVCParam(m_imageId, m_camera);
+    if (mm->getVCParam(m_imageId, m_camera)) {
+        calVCFrame(m_imageId, m_camera, kvoVCFrameModel, m_frame);
+        calVCFrame(m_imageId, m_camera, kvoVCFramePlaced, m_previewFrame);
+    }
     m_fov->setValue(int(std::lround((m_camera.fovY > 0 ? m_camera.fovY : 27.0) * 100)));
     m_fovText->setText(QString::asprintf("%.2f", m_fov->value() / 100.0));
     connect(m_fov, &QSlider::sliderReleased, this, [this] {
@@ -213,6 +216,15 @@ void QDlgTextureMapping::setPreviewState(long state)
     m_previewState = state;
     if (vm)
         vm->redrawModelView();
+}
+
+void QDlgTextureMapping::selectPoints(const std::vector<int>& rows)
+{
+    m_table->clearSelection();
+    m_table->setSelectionMode(QAbstractItemView::MultiSelection);
+    for (int r : rows)
+        m_table->selectRow(r);
+    m_table->setSelectionMode(QAbstractItemView::ExtendedSelection);
 }
 
 void QDlgTextureMapping::setType(Type t)

@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+#include <vector>
+
 #include "scene/KvoRecords.h"
 
 class QCheckBox;
@@ -42,6 +44,10 @@ public:
     // 0 normal, 1 the 3-D view looks through the image's camera with the
     // photograph over the model, 2 the photograph hidden.
     long previewState() const { return m_previewState; }
+    const ZebQVVCParam& camera() const { return m_camera; }
+    const zebUI::_ZebVCMapParam_& previewFrame() const { return m_previewFrame; }
+    // Selects the table rows of these control points.
+    void selectPoints(const std::vector<int>& rows);
     void setPreviewState(long state);
 
 signals:

@@ -216,3 +216,25 @@ TEST_F(CtrlPntSession, PreviewKeysLookThroughTheImagesCamera)
     EXPECT_EQ(dlg->previewState(), 0);
     dlg->onBtnCancel();
 }
+
+TEST_F(CtrlPntSession, AltDragSelectsThePointsInItsRectangle)
+{
+    ASSERT_GE(visible.size(), 3u);
+    ASSERT_EQ(cmdTexMappingQt(), 0);
+    dialog()->setVertexSnap(true);
+    for (size_t k = 0; k < 3; ++k) {
+        clickImage(truePixel(visible[k]));
+        clickModel(visible[k]);
+    }
+    ASSERT_EQ(dialog()->table()->rowCount(), 3);
+    // A rectangle round the second point only.
+    XPnt2d s;
+    vm->imageViewer()->imageToScreen(s, truePixel(visible[1]));
+    vm->mouseDown(kvoImageView, kvoModAlt | kvoButtonLeft, std::lround(s.x) - 3, std::lround(s.y) - 3);
+    vm->mouseMove(kvoImageView, kvoModAlt | kvoButtonLeft, std::lround(s.x) + 3, std::lround(s.y) + 3);
+    vm->mouseUp(kvoImageView, kvoModAlt, std::lround(s.x) + 3, std::lround(s.y) + 3);
+    const QList<QModelIndex> rows = dialog()->table()->selectionModel()->selectedRows();
+    ASSERT_EQ(rows.size(), 1);
+    EXPECT_EQ(rows[0].row(), 1);
+    dialog()->onBtnCancel();
+}
