@@ -238,3 +238,43 @@ TEST_F(CtrlPntSession, AltDragSelectsThePointsInItsRectangle)
     EXPECT_EQ(rows[0].row(), 1);
     dialog()->onBtnCancel();
 }
+
+TEST_F(CtrlPntSession, ProjectionAndPlainMappingThroughTheDialog)
+{
+    ASSERT_GE(visible.size(), 9u);
+    ASSERT_EQ(cmdTexMappingQt(), 0);
+    QDlgTextureMapping* dlg = dialog();
+    dlg->setVertexSnap(true);
+    for (size_t k = 0; k < visible.size() && k < 12; ++k) {
+        clickImage(truePixel(visible[k]));
+        clickModel(visible[k]);
+    }
+    // Projection: the camera of the points, then a mapping through it.
+    dlg->setType(QDlgTextureMapping::Projection);
+    EXPECT_EQ(dlg->computeState(), 1);
+    ASSERT_EQ(dlg->onTexmapSum(), 0);
+    ref_ptr<IKvoMesh> tex;
+    ASSERT_TRUE(getMM()->getTexMeshOfImage(tex, 1));
+    ASSERT_GT(tex->getFaceCount(), 50);
+    std::vector<double> errors;
+    const UIntArray* t = tex->getTriangleIndices();
+    for (long k = 0; k < t->getCount(); k += 7) {
+        const XPnt2f u = tex->getUVs()->getAt(t->getAt(k));
+        const XPnt2d px = truePixel(long(t->getAt(k)));
+        errors.push_back(std::hypot(u.x * 800 - px.x, (1 - u.y) * 600 - px.y));
+    }
+    std::sort(errors.begin(), errors.end());
+    EXPECT_LT(errors[errors.size() / 2], 3.0) << "median, pixels";
+    ZebQVVCParam stored;
+    ASSERT_TRUE(getMM()->getVCParam(1, stored));
+    EXPECT_LT(length(stored.eye - scene.cameras[0].center()), 0.5) << "the camera found is the photograph's";
+
+    // Plain: the photograph laid on the plane of the first three points.
+    dlg->setType(QDlgTextureMapping::Plain);
+    EXPECT_EQ(dlg->onTexmapSum(), 0);
+    ref_ptr<IKvoImageInfo> rec;
+    db->getImageInfo(rec, 1);
+    EXPECT_EQ(rec->getMappingType(), 2);
+    dlg->onBtnCancel();
+    EXPECT_FALSE(getMM()->isImageMapped(1));
+}
