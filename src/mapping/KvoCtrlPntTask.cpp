@@ -34,11 +34,7 @@ public:
         : m_picks(picks), m_imagePicks(imagePicks), m_dialog(dialog), m_band(band)
     {
     }
-    ~ITaskCtrlPntRender() override
-    {
-        if (m_texture)
-            glDeleteTextures(1, &m_texture);
-    }
+
     void getName(QString& out) const override { out = "CtrlPntsRender"; }
     long draw(long view, const ref_ptr<IZebViewer>&) override
     {
@@ -69,8 +65,8 @@ public:
     }
 
 private:
-    // The photograph where the image's camera sees it, half transparent,
-    // outlined in red, while the view is not looking through that camera.
+    // Where the image's camera sees the photograph: a pale frame outlined in
+    // red, while the view is not looking through that camera.
     void drawPreview()
     {
         const QDlgTextureMapping* dlg = m_dialog->data();
@@ -80,40 +76,14 @@ private:
         const XPnt3d corners[4] = {f.leftBottom, f.rightBottom, f.rightTop, f.leftTop};
         if (!f.leftBottom.isValid() || length(f.rightTop - f.leftBottom) <= 0)
             return;
-        ref_ptr<IKvoImage> image;
-        getMM()->getActiveImage(image);
-        if (image && !image->isEmpty() && (m_textureImage != image.get() || m_revision != image->getRevision())) {
-            if (!m_texture)
-                glGenTextures(1, &m_texture);
-            glBindTexture(GL_TEXTURE_2D, m_texture);
-            glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-            glPixelStorei(GL_UNPACK_ROW_LENGTH, GLint(image->getStride() / 4));
-            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(image->getWidth()), GLsizei(image->getHeight()), 0, GL_RGBA,
-                         GL_UNSIGNED_BYTE, image->getData());
-            glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-            glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-            m_textureImage = image.get();
-            m_revision = image->getRevision();
-        }
         glEnable(GL_DEPTH_TEST);
         glEnable(GL_BLEND);
         glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-        if (m_texture && image) {
-            glEnable(GL_TEXTURE_2D);
-            glBindTexture(GL_TEXTURE_2D, m_texture);
-            glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
-        }
-        // Rows are stored top-down: the picture's first row is the top edge.
-        const float tex[4][2] = {{0, 1}, {1, 1}, {1, 0}, {0, 0}};
-        glColor4f(1, 1, 1, 0.5f);
+        glColor4f(1, 1, 1, 0.25f);
         glBegin(GL_QUADS);
-        for (int k = 0; k < 4; ++k) {
-            glTexCoord2f(tex[k][0], tex[k][1]);
-            glVertex3d(corners[k].x, corners[k].y, corners[k].z);
-        }
+        for (const XPnt3d& c : corners)
+            glVertex3d(c.x, c.y, c.z);
         glEnd();
-        glDisable(GL_TEXTURE_2D);
         glLineWidth(2.f);
         glColor4f(1, 0, 0, 1);
         glBegin(GL_LINE_LOOP);
@@ -167,9 +137,6 @@ private:
     const std::vector<XPnt2d>* m_imagePicks;
     const QPointer<QDlgTextureMapping>* m_dialog;
     const QRectF* m_band;
-    GLuint m_texture = 0;
-    const IKvoImage* m_textureImage = nullptr;
-    unsigned long long m_revision = 0;
 };
 
 class CKvoQvTaskCtrlPnt : public CQvTaskImp<IKvoQvTaskCtrlPnt> {
