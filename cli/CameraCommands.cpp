@@ -9,22 +9,6 @@ using namespace kvo;
 namespace qvcli {
 namespace {
 
-// An image by id or by name.
-long findImage(const ref_ptr<IKvoImageDb>& db, const QString& key)
-{
-    bool isId = false;
-    const long id = key.toLong(&isId);
-    ref_ptr<IKvoImageInfo> info;
-    if (isId && db->getImageInfo(info, id) && info)
-        return id;
-    ref_ptr<LongArray> ids;
-    db->getImageIds(ids);
-    for (long i : ids->vec())
-        if (db->getImageInfo(info, i) && info && info->getName() == key)
-            return i;
-    return -1;
-}
-
 int cmdMapVc(const QStringList& args)
 {
     if (args.size() < 2)
@@ -69,14 +53,9 @@ int cmdMapVc(const QStringList& args)
     if (int rc = openOrFail(args[0]))
         return rc;
     IKvoMM* mm = getMM();
-    ref_ptr<IKvoProject> project;
-    ref_ptr<IKvoImageDb> db;
-    mm->getProject(project)->getImageDb(db);
-    const long id = findImage(db, args[1]);
-    if (id < 0) {
-        err(QString("%1: no such image in the project").arg(args[1]));
+    const long id = findImage(args[1]);
+    if (id < 0)
         return 1;
-    }
     mm->setActiveImageId(id);
     zebUI::_ZebVCMapParam_ frame;
     if (!calVCFrame(id, param, kvoVCFrameModel, frame)) {

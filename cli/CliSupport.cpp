@@ -62,6 +62,32 @@ bool parsePoint(const QString& text, XPnt3d& out)
     return ok[0] && ok[1] && ok[2];
 }
 
+kvo::ref_ptr<kvo::IKvoImageDb> imageDb()
+{
+    kvo::ref_ptr<kvo::IKvoProject> project;
+    kvo::ref_ptr<kvo::IKvoImageDb> db;
+    if (kvo::getMM()->getProject(project))
+        project->getImageDb(db);
+    return db;
+}
+
+long findImage(const QString& key, kvo::ref_ptr<kvo::IKvoImageInfo>* infoOut)
+{
+    kvo::ref_ptr<kvo::IKvoImageDb> db = imageDb();
+    kvo::ref_ptr<kvo::IKvoImageInfo> info;
+    bool isId = false;
+    long id = key.toLong(&isId);
+    if (!isId)
+        id = kvo::getMM()->getImageIdByName(key);
+    if (!db || id < 0 || !db->getImageInfo(info, id) || !info) {
+        err(QString("%1: no such image in the project").arg(key));
+        return -1;
+    }
+    if (infoOut)
+        *infoOut = info;
+    return id;
+}
+
 int openOrFail(const QString& path)
 {
     kvo::IKvoMM* mm = kvo::getMM();

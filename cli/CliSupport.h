@@ -9,6 +9,7 @@
 
 #include "platform/KvoProgressImpl.h"
 #include "scene/KvoPresenter.h"
+#include "scene/KvoStore.h"
 #include "scene/KvoTypes.h"
 
 namespace qvcli {
@@ -34,6 +35,12 @@ struct Register {
 
 // "x,y,z" as a point; false for anything else.
 bool parsePoint(const QString& text, XPnt3d& out);
+
+// The open project's image database (null without a project).
+kvo::ref_ptr<kvo::IKvoImageDb> imageDb();
+// The image of the open project named by id or by name, with its record;
+// -1 (and the reason on stderr) when there is none.
+long findImage(const QString& key, kvo::ref_ptr<kvo::IKvoImageInfo>* info = nullptr);
 
 // The project at path is opened, or the reason is on stderr and the answer is 1.
 int openOrFail(const QString& path);

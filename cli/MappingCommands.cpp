@@ -62,18 +62,10 @@ int cmdMap(const QStringList& args)
     if (int rc = openOrFail(args[0]))
         return rc;
     IKvoMM* mm = getMM();
-    ref_ptr<IKvoProject> project;
-    ref_ptr<IKvoImageDb> db;
-    mm->getProject(project)->getImageDb(db);
-    bool isId = false;
-    long id = args[1].toLong(&isId);
-    if (!isId)
-        id = mm->getImageIdByName(args[1]);
     ref_ptr<IKvoImageInfo> info;
-    if (id < 0 || !db->getImageInfo(info, id) || !info) {
-        err(QString("%1: no such image in the project").arg(args[1]));
+    const long id = findImage(args[1], &info);
+    if (id < 0)
         return 1;
-    }
     if (!pointsFile.isEmpty()) {
         std::vector<XPnt2d> image;
         std::vector<XPnt3d> world;

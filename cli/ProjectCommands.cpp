@@ -33,10 +33,7 @@ int cmdAddImages(const QStringList& args)
         return 2;
     if (int rc = openOrFail(args[0]))
         return rc;
-    IKvoMM* mm = getMM();
-    ref_ptr<IKvoProject> project;
-    ref_ptr<IKvoImageDb> db;
-    mm->getProject(project)->getImageDb(db);
+    ref_ptr<IKvoImageDb> db = imageDb();
     TerminalProgress progress;
     progress.setText("Adding images");
     int failures = 0;
