@@ -1,11 +1,11 @@
 // Mapping an image from control points, headless.
 
 #include <QFile>
-#include <QTextStream>
 
 #include "CliSupport.h"
 #include "camera/KvoVirtualCamera.h"
 #include "commands/KvoCommands.h"
+#include "mapping/KvoCtrlPointFile.h"
 #include "mapping/KvoDlt.h"
 #include "mapping/KvoMapping.h"
 #include "scene/KvoStore.h"
@@ -14,31 +14,6 @@ using namespace kvo;
 
 namespace qvcli {
 namespace {
-
-// The control-point file: the first line skipped, then "U V X Y Z" a line
-// (blanks, tabs or commas between), U and V within 0 to 1.
-bool readPoints(const QString& path, std::vector<XPnt2d>& image, std::vector<XPnt3d>& world)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly | QIODevice::Text))
-        return false;
-    QTextStream in(&f);
-    in.readLine();
-    while (!in.atEnd()) {
-        const QStringList parts = in.readLine().split(QRegExp("[\\t, ]+"), Qt::SkipEmptyParts);
-        if (parts.size() != 5)
-            continue;
-        double v[5];
-        bool ok = true;
-        for (int i = 0; i < 5 && ok; ++i)
-            v[i] = parts[i].toDouble(&ok);
-        if (!ok || v[0] < 0 || v[0] > 1 || v[1] < 0 || v[1] > 1)
-            continue;
-        image.emplace_back(v[0], v[1]);
-        world.emplace_back(v[2], v[3], v[4]);
-    }
-    return true;
-}
 
 int cmdMap(const QStringList& args)
 {
@@ -67,9 +42,9 @@ int cmdMap(const QStringList& args)
     if (id < 0)
         return 1;
     if (!pointsFile.isEmpty()) {
-        std::vector<XPnt2d> image;
-        std::vector<XPnt3d> world;
-        if (!readPoints(pointsFile, image, world)) {
+        // The file's points replace the image's; an unreadable file changes nothing.
+        QFile probe(pointsFile);
+        if (!probe.open(QIODevice::ReadOnly)) {
             err(QString("cannot read %1").arg(pointsFile));
             return 1;
         }
@@ -77,9 +52,10 @@ int cmdMap(const QStringList& args)
             info->removeCtrlImagePnt(0);
         while (info->getCtrlWorldPntCount() > 0)
             info->removeCtrlWorldPnt(0);
-        for (size_t i = 0; i < image.size(); ++i) {
-            info->addCtrlImagePnt(image[i]);
-            info->addCtrlWorldPnt(world[i]);
+        QString message;
+        if (importCtrlPointFile(id, pointsFile, message) != 0) {
+            err(message);
+            return 1;
         }
     }
     mm->setActiveImageId(id);

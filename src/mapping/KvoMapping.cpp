@@ -361,6 +361,18 @@ long densify(const Active& a, const std::function<XPnt2d(const XPnt3d&)>& projec
     return 0;
 }
 
+// The active image and its texture mesh, as the refinements need them.
+long activeMapped(Active& a)
+{
+    IKvoMM* mm = getMM();
+    ref_ptr<IKvoMesh> mesh;
+    if (!mm->getTexMeshOfImage(mesh, mm->getActiveImageId()) || !mesh)
+        return kvoImageNotMapped;
+    if (long rc = activeImage(a))
+        return rc == kvoNoActiveImage ? kvoNoActiveImage : kvoNoImageInfo;
+    return 0;
+}
+
 } // namespace
 
 long DLTMapping(double* L, bool onlyUpdateTexture, bool removeNegativeUV, bool selectedOnly, bool&,
@@ -381,13 +393,9 @@ long DLTMapping(double* L, bool onlyUpdateTexture, bool removeNegativeUV, bool s
 long updateDensifyDLTMapping()
 {
     Active a;
+    if (long rc = activeMapped(a))
+        return rc;
     IKvoMM* mm = getMM();
-    ref_ptr<IKvoMesh> mesh;
-    a.id = mm->getActiveImageId();
-    if (!mm->getTexMeshOfImage(mesh, a.id) || !mesh)
-        return kvoImageNotMapped;
-    if (long rc = activeImage(a))
-        return rc == kvoNoActiveImage ? kvoNoActiveImage : kvoNoImageInfo;
     double L[11];
     if (a.info->getCtrlPntCount() <= 0)
         return kvoNoCtrlPoints;
@@ -399,13 +407,9 @@ long updateDensifyDLTMapping()
 
 long updateDensifyMapping()
 {
-    IKvoMM* mm = getMM();
-    ref_ptr<IKvoMesh> mesh;
-    if (!mm->getTexMeshOfImage(mesh, mm->getActiveImageId()) || !mesh)
-        return kvoImageNotMapped;
     Active a;
-    if (activeImage(a) != 0)
-        return kvoNoImageInfo;
+    if (long rc = activeMapped(a))
+        return rc == kvoImageNotMapped ? rc : kvoNoImageInfo;
     switch (a.info->getMappingType()) {
     case 0: return updateDensifyDLTMapping();
     case 1: return kvoVCMappingNoAdjust;
@@ -491,13 +495,9 @@ long planeMapping(bool onlyUpdateTexture, bool removeNegativeUV, bool selectedOn
 
 long updateDensifyPlaneMapping()
 {
-    IKvoMM* mm = getMM();
-    ref_ptr<IKvoMesh> mesh;
-    if (!mm->getTexMeshOfImage(mesh, mm->getActiveImageId()) || !mesh)
-        return kvoImageNotMapped;
     Active a;
-    if (long rc = activeImage(a))
-        return rc == kvoNoActiveImage ? kvoNoActiveImage : kvoNoImageInfo;
+    if (long rc = activeMapped(a))
+        return rc;
     ref_ptr<Pnt3dArray> world;
     a.info->getCtrlWorldPnts(world);
     if (!world || world->getCount() < 3)
