@@ -172,6 +172,7 @@ void MainWindow::buildMenus()
         m_modelView->resetCache();
         refreshAll();
     });
+    m_projectActions << file->addAction(tr("&Export Model..."), this, [] { cmdOnBatchExport(); });
     file->addSeparator();
     file->addAction(tr("&Quit"), this, &QWidget::close, QKeySequence::Quit);
 

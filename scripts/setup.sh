@@ -13,7 +13,7 @@ PACKAGES=(
   xvfb xauth
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   clang libclang-rt-14-dev
-  assimp-testmodels libtinyobjloader-dev
+  assimp-testmodels assimp-utils libassimp-dev libtinyobjloader-dev
 )
 
 missing=()

@@ -242,14 +242,6 @@ long cmdOnMergeBareMesh()
     return panelTool("Bare mesh merging", -1);
 }
 
-long cmdOnBatchExport()
-{
-    if (!zebUI::getVM())
-        return -1;
-    msgToolNotAvailable(tr("Model export"));
-    return -1;
-}
-
 long cmdOnPointCloudMan()
 {
     if (!zebUI::getVM())

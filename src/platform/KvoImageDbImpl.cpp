@@ -428,6 +428,14 @@ ref_ptr<IKvoImage>& CKvoImageDb::getTexture(ref_ptr<IKvoImage>& out, long id, lo
     return out = img->clone();
 }
 
+ref_ptr<IKvoImage>& CKvoImageDb::getAlphaImage(ref_ptr<IKvoImage>& out, long id, long level, long) const
+{
+    getTexture(out, id, level);
+    if (out && !out->hasTransparency())
+        out.reset();
+    return out;
+}
+
 long CKvoImageDb::setTexture(const ref_ptr<IKvoImage>& image, long id, long level)
 {
     ref_ptr<CKvoImageInfo> rec = record(id);

@@ -104,6 +104,7 @@ public:
     long addBigImage(const QString& path, long& id) override;
     long removeImage(long id) override;
     ref_ptr<IKvoImage>& getTexture(ref_ptr<IKvoImage>& out, long id, long level) const override;
+    ref_ptr<IKvoImage>& getAlphaImage(ref_ptr<IKvoImage>& out, long id, long level, long mode) const override;
     long setTexture(const ref_ptr<IKvoImage>& image, long id, long level) override;
     long commit() override;
     long rebuildTiles(long id, long size) override;
