@@ -1,0 +1,224 @@
+// The export on a generated scene mapped through its true cameras: a real
+// client reads the files, our reader gives back the geometry, and the colour
+// the exported model shows at points of its triangles is the colour the
+// project shows there.
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <map>
+#include <random>
+
+#include "SampleProject.h"
+#include "SampleWriter.h"
+#include "camera/KvoVirtualCamera.h"
+#include "modelio/KvoModelExport.h"
+#include "modelio/KvoObjReader.h"
+#include "scene/KvoUV.h"
+#include "support/ViewerSupport.h"
+
+using namespace kvo;
+
+namespace {
+
+class ExportOnSample : public qvtest::ViewerTest {
+protected:
+    void SetUp() override
+    {
+        ViewerTest::SetUp();
+        qvsample::SampleOptions o;
+        o.photos = 4;
+        o.triangles = 4000;
+        o.photoWidth = 640;
+        o.photoHeight = 480;
+        o.texelsPerMetre = 24;
+        std::string error;
+        ASSERT_TRUE(qvsample::writeSample(o, scratch.file("scene").toStdString(), &error, nullptr, nullptr)) << error;
+        QString why;
+        ASSERT_EQ(qvsample::buildProjectFromSample(scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
+            << why.toStdString();
+        ref_ptr<IKvoProject> project;
+        getMM()->getProject(project)->getImageDb(db);
+        ref_ptr<LongArray> ids;
+        db->getImageIds(ids);
+        for (long id : ids->vec()) {
+            getMM()->setActiveImageId(id);
+            ZebQVVCParam p;
+            ASSERT_TRUE(getMM()->getVCParam(id, p));
+            zebUI::_ZebVCMapParam_ frame;
+            ASSERT_TRUE(calVCFrame(id, p, kvoVCFrameModel, frame));
+            VCMapping(p, frame, false, false, true, nullptr);
+        }
+        getMM()->getTexMeshes(meshes);
+        ASSERT_EQ(meshes->getCount(), 4);
+    }
+
+    ref_ptr<ExportInfoArray> rows() const
+    {
+        ref_ptr<ExportInfoArray> r = newExportInfoArray();
+        for (const auto& m : meshes->vec()) {
+            _ExportInfo info;
+            info.mesh = m;
+            info.name = m->getName();
+            r->append(info);
+        }
+        return r;
+    }
+
+    // The colour the project shows at barycentric point w of triangle (a, b, c)
+    // through a texture mesh: its UVs and its picture.
+    static bool projectColour(const IKvoMesh& mesh, const IKvoImage& pic, const unsigned v[3], const double w[3],
+                              double out[3])
+    {
+        const Pnt2fArray* uv = mesh.getUVs();
+        double u = 0, t = 0;
+        for (int k = 0; k < 3; ++k) {
+            u += w[k] * uv->getAt(v[k]).x;
+            t += w[k] * uv->getAt(v[k]).y;
+        }
+        return sample(pic, u, t, out);
+    }
+    static bool sample(const IKvoImage& pic, double u, double v, double out[3])
+    {
+        XPnt2d p = uvToPixel(u, v, double(pic.getWidth()), double(pic.getHeight()));
+        const long x = long(p.x), y = long(p.y);
+        if (x < 1 || y < 1 || x >= pic.getWidth() - 1 || y >= pic.getHeight() - 1)
+            return false;
+        const uint8_t* px = pic.getData() + y * pic.getStride() + x * 4;
+        for (int k = 0; k < 3; ++k)
+            out[k] = px[k];
+        return true;
+    }
+
+    // Mean colour difference between the exported model and the project, at
+    // random points of the exported triangles. expected(triangle) tells which
+    // texture mesh the project shows the triangle through.
+    double compare(const QString& objFile, const std::function<int(const XTrip<unsigned>&)>& owner, long& points)
+    {
+        QvObjModel obj;
+        EXPECT_EQ(readObjFile(obj, objFile, nullptr), 0);
+        ref_ptr<IKvoModel> model;
+        getMM()->getBareModel(model);
+        // Exported vertices are the model's to seven digits: match them back by
+        // position on a millimetre grid (the scene's vertices lie farther apart).
+        auto key = [](const XPnt3f& p) {
+            return std::make_tuple(std::lround(p.x * 1000.0), std::lround(p.y * 1000.0), std::lround(p.z * 1000.0));
+        };
+        std::map<std::tuple<long, long, long>, unsigned> byPosition;
+        for (long i = 0; i < model->getVertexCount(); ++i)
+            byPosition.emplace(key((*model->getVertices())[i]), unsigned(i));
+        std::vector<ref_ptr<IKvoImage>> projectPics;
+        for (const auto& m : meshes->vec()) {
+            ref_ptr<IKvoImage> pic;
+            db->getTexture(pic, m->getImageId(), 2);
+            projectPics.push_back(pic);
+        }
+        std::map<int, ref_ptr<IKvoImage>> exportPics;
+        std::mt19937 rng(5);
+        std::uniform_real_distribution<double> r01(0, 1);
+        double total = 0;
+        points = 0;
+        for (const QvObjGroup& g : obj.groups) {
+            if (!exportPics.count(g.material)) {
+                ref_ptr<IKvoImage> pic = newKvoImage();
+                const QString file = resolveObjName(obj.pathName, obj.materials[size_t(g.material)].mapKd);
+                EXPECT_TRUE(pic->loadFile(file)) << file.toStdString();
+                exportPics[g.material] = pic;
+            }
+            const IKvoImage& epic = *exportPics[g.material];
+            for (unsigned ti : g.triangles) {
+                const QvObjTriangle& t = obj.triangles[ti];
+                unsigned v[3];
+                for (int k = 0; k < 3; ++k) {
+                    const XPnt3f& p = (*obj.vertices)[long(t.vindices[k])];
+                    auto it = byPosition.find(key(p));
+                    EXPECT_NE(it, byPosition.end()) << "an exported vertex is not a model vertex";
+                    if (it == byPosition.end())
+                        return 1e9;
+                    v[k] = it->second;
+                }
+                const int m = owner(XTrip<unsigned>(v[0], v[1], v[2]).normalized());
+                if (m < 0)
+                    continue;
+                for (int s = 0; s < 2; ++s) {
+                    double w[3] = {r01(rng), r01(rng), 0};
+                    if (w[0] + w[1] > 1) {
+                        w[0] = 1 - w[0];
+                        w[1] = 1 - w[1];
+                    }
+                    w[2] = 1 - w[0] - w[1];
+                    double u = 0, vv = 0;
+                    for (int k = 0; k < 3; ++k) {
+                        u += w[k] * (*obj.texCoords)[long(t.tindices[k])].x;
+                        vv += w[k] * (*obj.texCoords)[long(t.tindices[k])].y;
+                    }
+                    double got[3], want[3];
+                    if (!sample(epic, u, vv, got) ||
+                        !projectColour(*meshes->vec()[size_t(m)], *projectPics[size_t(m)], v, w, want))
+                        continue;
+                    for (int k = 0; k < 3; ++k)
+                        total += std::abs(got[k] - want[k]) / 3;
+                    ++points;
+                }
+            }
+        }
+        return points ? total / double(points) : 1e9;
+    }
+
+    ref_ptr<IKvoImageDb> db;
+    ref_ptr<MeshArray> meshes;
+};
+
+// The last row that holds a triangle owns it (no alpha anywhere).
+std::map<XTrip<unsigned>, int> lastOwner(const MeshArray& meshes)
+{
+    std::map<XTrip<unsigned>, int> owner;
+    for (long m = 0; m < meshes.getCount(); ++m) {
+        const UIntArray* t = meshes[m]->getTriangleIndices();
+        for (long f = 0; f < t->getCount() / 3; ++f)
+            owner[XTrip<unsigned>(t->getAt(3 * f), t->getAt(3 * f + 1), t->getAt(3 * f + 2)).normalized()] = int(m);
+    }
+    return owner;
+}
+
+TEST_F(ExportOnSample, RespectiveExportShowsWhatTheProjectShowsAndReadsBackEverywhere)
+{
+    QDir().mkpath(scratch.file("out"));
+    KvoModelExporter ex(scratch.file("out"), "model");
+    ASSERT_EQ(ex.exportRespective(*rows(), KvoExportFlags(), nullptr), 0);
+    const KvoExportReport& r = ex.report();
+    EXPECT_TRUE(r.problems.isEmpty()) << r.problems.join("; ").toStdString();
+    const auto owner = lastOwner(*meshes);
+    EXPECT_EQ(r.faces, long(owner.size())) << "every textured triangle once";
+
+    long points = 0;
+    const double diff = compare(
+        r.objFile,
+        [&](const XTrip<unsigned>& t) {
+            auto it = owner.find(t);
+            return it == owner.end() ? -1 : it->second;
+        },
+        points);
+    EXPECT_GT(points, 2000);
+    // JPEG at quality 95 is all that separates the two.
+    EXPECT_LT(diff, 3.0);
+    RecordProperty("mean_colour_difference", std::to_string(diff));
+
+    // A real client reads the files without complaint and counts as we do.
+    QProcess assimp;
+    assimp.setProcessChannelMode(QProcess::MergedChannels);
+    assimp.start("assimp", {"info", r.objFile});
+    ASSERT_TRUE(assimp.waitForFinished(60000));
+    const QString said = QString::fromLocal8Bit(assimp.readAll());
+    EXPECT_EQ(assimp.exitCode(), 0) << said.toStdString();
+    EXPECT_FALSE(said.contains("Warn", Qt::CaseInsensitive)) << said.toStdString();
+    EXPECT_FALSE(said.contains("Error", Qt::CaseInsensitive)) << said.toStdString();
+    EXPECT_TRUE(said.contains(QRegularExpression(QString("Faces:\\s+%1\\n").arg(r.faces)))) << said.toStdString();
+    EXPECT_TRUE(said.contains(QRegularExpression(QString("Materials:\\s+%1\\n").arg(r.textures.size()))));
+    for (const QString& t : r.textures)
+        EXPECT_FALSE(newKvoImage()->loadFile(t) == false) << t.toStdString();
+}
+
+} // namespace
