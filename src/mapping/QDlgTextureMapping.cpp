@@ -62,6 +62,7 @@ QDlgTextureMapping::QDlgTextureMapping(QWidget* parent) : QWidget(parent)
     m_imageId = mm->getActiveImageId();
     if (mm->isTexEditOpen())
         mm->closeTexEdit();
+    mm->getProjectBlob("ZebCtrlPntMapping", QString("%1_DLTParam").arg(m_imageId), m_savedDltBlob);
     auto* layout = new QVBoxLayout(this);
     auto* types = new QHBoxLayout();
     m_plain = new QRadioButton(tr("Plain"), this);
@@ -415,6 +416,11 @@ void QDlgTextureMapping::onBtnCancel()
         }
         mm->closeTexEdit();
     }
+    const QString key = QString("%1_DLTParam").arg(m_imageId);
+    if (m_savedDltBlob.isEmpty())
+        mm->removeProjectBlob("ZebCtrlPntMapping", key);
+    else
+        mm->setProjectBlob("ZebCtrlPntMapping", key, m_savedDltBlob.constData(), m_savedDltBlob.size());
     if (ref_ptr<IZebViewerMan> vm = zebUI::getVM()) {
         if (IZebImagePanel* images = vm->getImagePanel())
             images->refreshImage(0);

@@ -72,6 +72,9 @@ private:
     long m_previewState = 0;
     XPnt3d m_savedEye, m_savedCentre, m_savedUp;
     double m_savedFov = 30;
+    // What Cancel puts back besides the texture-edit session: the image's
+    // stored DLT parameters (absent when empty).
+    QByteArray m_savedDltBlob;
 };
 
 } // namespace kvo

@@ -479,6 +479,13 @@ ref_ptr<IKvoMesh> CKvoModel::newMesh(long imageId, bool tiled)
     return ref_ptr<IKvoMesh>(new CKvoMesh(this, m_nextMeshId++, imageId, tiled));
 }
 
+void CKvoModel::rewindNextMeshId(long id)
+{
+    for (long i = 0; i < getMeshCount(); ++i)
+        id = std::max(id, getMesh(i)->getId() + 1);
+    m_nextMeshId = std::min(m_nextMeshId, id);
+}
+
 ref_ptr<CKvoMesh> CKvoModel::newMeshWithId(long id, long imageId, bool tiled)
 {
     m_nextMeshId = std::max(m_nextMeshId, id + 1);

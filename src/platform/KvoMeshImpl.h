@@ -158,6 +158,8 @@ public:
     // A mesh with a given id, for reading a project back.
     ref_ptr<CKvoMesh> newMeshWithId(long id, long imageId, bool tiled);
     long peekNextMeshId() const { return m_nextMeshId; }
+    // Takes the id counter back, never below an id that a mesh of the model holds.
+    void rewindNextMeshId(long id);
 
 private:
     ref_ptr<Pnt3fArray> m_vertices;

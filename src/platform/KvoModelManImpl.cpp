@@ -636,6 +636,7 @@ long CKvoMM::openTexEdit(IKvoProgress* progress, long, long backupImageDb)
         return -1;
     KvoPrgPush push(progress, 1.0);
     auto backup = std::make_unique<KvoTexEditBackup>();
+    backup->nextMeshId = model()->peekNextMeshId();
     const long n = m_model->getMeshCount();
     for (long i = 0; i < n; ++i) {
         ref_ptr<IKvoMesh> m = m_model->getMesh(i);
@@ -697,6 +698,7 @@ long CKvoMM::restoreTexEdit(IKvoProgress* progress)
     for (auto& kv : b.dbTextures)
         db->setTexture(kv.second, kv.first, 2);
     m_vcParams = b.vcParams;
+    model()->rewindNextMeshId(b.nextMeshId);
     m_dirty = true;
     prgStep(progress, 1.0);
     return 0;

@@ -47,6 +47,7 @@ struct KvoTexEditBackup {
     std::map<long, long> mappingTypes;
     std::map<long, ZebQVVCParam> vcParams;
     std::map<long, ref_ptr<IKvoImage>> dbTextures; // level 2, when asked for
+    long nextMeshId = 1;                           // so that meshes made and dropped in the session leave no trace
 };
 
 class QV_EXPORT CKvoMM : public IKvoMM {

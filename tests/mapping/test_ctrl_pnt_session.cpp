@@ -1,3 +1,4 @@
+#include <QFile>
 // The control-point session driven through the dispatcher on a generated
 // scene: Ctrl-clicks at the true positions of known vertices in both views,
 // Compute, Mapping, OK and Cancel.
@@ -190,6 +191,33 @@ TEST_F(CtrlPntSession, CancelBringsTheMeshesBackAndSixPointsDoNotCompute)
     EXPECT_FALSE(getMM()->isImageMapped(1)) << "Cancel takes the new mapping away";
     EXPECT_EQ(info->getCtrlPntCount(), long(std::min<size_t>(visible.size(), 12)))
         << "and leaves the points in the record";
+}
+
+TEST_F(CtrlPntSession, CancelWithoutNewPointsLeavesTheProjectByteForByte)
+{
+    // The second photograph keeps the points the scene gave it: a session that
+    // computes and maps from them and is then cancelled changes nothing.
+    getMM()->setActiveImageId(2);
+    ref_ptr<IKvoImageInfo> second;
+    db->getImageInfo(second, 2);
+    ASSERT_GE(second->getCtrlPntCount(), 7);
+    ASSERT_EQ(getMM()->saveProject(), kvoOk);
+    auto bytes = [&] {
+        QFile f(scratch.file("p.qvj"));
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    };
+    const QByteArray before = bytes();
+    ASSERT_FALSE(before.isEmpty());
+    ASSERT_EQ(getMM()->saveProject(), kvoOk);
+    EXPECT_TRUE(bytes() == before) << "saving is not deterministic";
+    ASSERT_EQ(cmdTexMappingQt(), 0);
+    ASSERT_EQ(dialog()->onBtnComputer(), 0) << presenter->lastText().toStdString();
+    ASSERT_EQ(dialog()->onTexmapSum(), 0);
+    EXPECT_TRUE(getMM()->isImageMapped(2));
+    dialog()->onBtnCancel();
+    EXPECT_FALSE(getMM()->isImageMapped(2));
+    ASSERT_EQ(getMM()->saveProject(), kvoOk);
+    EXPECT_TRUE(bytes() == before) << "the saved project differs after Cancel";
 }
 
 TEST_F(CtrlPntSession, PreviewKeysLookThroughTheImagesCamera)
