@@ -176,11 +176,15 @@ void ModelView::drawMesh(const ref_ptr<IKvoMesh>& mesh, bool textured)
         glEnableClientState(GL_TEXTURE_COORD_ARRAY);
         glTexCoordPointer(2, GL_FLOAT, 0, d.uvs.data());
         glColor4f(1, 1, 1, 1);
+        // Half-transparent texels must not make the view itself transparent to
+        // the window system, which composes by the frame buffer's alpha.
+        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
         // Texture meshes lie on the bare surface: pull them forward a little.
         glEnable(GL_POLYGON_OFFSET_FILL);
         glPolygonOffset(-1.f, -2.f);
         glDrawArrays(GL_TRIANGLES, 0, GLsizei(d.positions.size() / 3));
         glDisable(GL_POLYGON_OFFSET_FILL);
+        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
         glDisableClientState(GL_TEXTURE_COORD_ARRAY);
         glDisable(GL_TEXTURE_2D);
         glDisable(GL_ALPHA_TEST);

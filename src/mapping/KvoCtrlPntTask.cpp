@@ -5,6 +5,8 @@
 #include <QPainter>
 #include <QPointer>
 
+#include <algorithm>
+
 #include "commands/KvoCommands.h"
 #include "mapping/QDlgTextureMapping.h"
 #include "scene/KvoGeometry.h"
@@ -40,7 +42,8 @@ public:
     {
         if (view != kvoModelView)
             return drawImage();
-        glPushAttrib(GL_ENABLE_BIT | GL_POINT_BIT | GL_CURRENT_BIT);
+        glPushAttrib(GL_ENABLE_BIT | GL_POINT_BIT | GL_CURRENT_BIT | GL_TEXTURE_BIT | GL_COLOR_BUFFER_BIT |
+                     GL_LINE_BIT);
         glDisable(GL_LIGHTING);
         // Colours set here must not reach the material of what is drawn next.
         glDisable(GL_COLOR_MATERIAL);
@@ -65,8 +68,9 @@ public:
     }
 
 private:
-    // Where the image's camera sees the photograph: a pale frame outlined in
-    // red, while the view is not looking through that camera.
+    // Where the image's camera sees the photograph: the photograph itself, half
+    // transparent and outlined in red, while the view is not looking through
+    // that camera.
     void drawPreview()
     {
         const QDlgTextureMapping* dlg = m_dialog->data();
@@ -74,22 +78,77 @@ private:
             return;
         const zebUI::_ZebVCMapParam_& f = dlg->previewFrame();
         const XPnt3d corners[4] = {f.leftBottom, f.rightBottom, f.rightTop, f.leftTop};
+        // Rows of the picture run top-down, so the top corners take t = 0.
+        const float tex[4][2] = {{0, 1}, {1, 1}, {1, 0}, {0, 0}};
         if (!f.leftBottom.isValid() || length(f.rightTop - f.leftBottom) <= 0)
             return;
         glEnable(GL_DEPTH_TEST);
         glEnable(GL_BLEND);
         glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
-        glColor4f(1, 1, 1, 0.25f);
+        // The frame buffer's alpha must stay opaque: the window system composes
+        // the view by it, and a half-transparent view shows false colours.
+        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
+        const bool textured = bindPhotograph();
+        if (textured) {
+            glEnable(GL_TEXTURE_2D);
+            glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+            glColor4f(1, 1, 1, 0.5f);
+        } else {
+            glColor4f(1, 1, 1, 0.25f);
+        }
         glBegin(GL_QUADS);
-        for (const XPnt3d& c : corners)
-            glVertex3d(c.x, c.y, c.z);
+        for (int k = 0; k < 4; ++k) {
+            glTexCoord2f(tex[k][0], tex[k][1]);
+            glVertex3d(corners[k].x, corners[k].y, corners[k].z);
+        }
         glEnd();
+        glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+        glDisable(GL_TEXTURE_2D);
         glLineWidth(2.f);
         glColor4f(1, 0, 0, 1);
         glBegin(GL_LINE_LOOP);
         for (const XPnt3d& c : corners)
             glVertex3d(c.x, c.y, c.z);
         glEnd();
+    }
+
+    // The active photograph as a texture of at most 1024 pixels a side. One
+    // texture serves every session: the 3-D view has the one context.
+    static bool bindPhotograph()
+    {
+        static GLuint texture = 0;
+        static long shownId = -1;
+        const long id = getMM()->getActiveImageId();
+        ref_ptr<IKvoProject> project;
+        ref_ptr<IKvoImageDb> db;
+        ref_ptr<IKvoImage> img;
+        if (!getMM()->getProject(project) || !project->getImageDb(db))
+            return false;
+        if (texture && id == shownId) {
+            glBindTexture(GL_TEXTURE_2D, texture);
+            return true;
+        }
+        if (!db->getTexture(img, id, 2) || img->isEmpty())
+            return false;
+        const long side = std::max(img->getWidth(), img->getHeight());
+        if (side > 1024)
+            img =
+                img->resized(std::max(1L, img->getWidth() * 1024 / side), std::max(1L, img->getHeight() * 1024 / side));
+        if (!texture)
+            glGenTextures(1, &texture);
+        glBindTexture(GL_TEXTURE_2D, texture);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, GLint(img->getStride() / 4));
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, GLsizei(img->getWidth()), GLsizei(img->getHeight()), 0, GL_RGBA,
+                     GL_UNSIGNED_BYTE, img->getData());
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+        // No mipmaps are made, so the filter must not ask for them.
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+        shownId = id;
+        return true;
     }
 
     // On the photograph: the control points (blue, numbered from 1) and the
