@@ -64,8 +64,8 @@ long KvoModelExporter::exportSingleMesh(const ExportInfoArray& infos, long atlas
                 mm->sleepMesh(mesh);
         }
         Rec3D::RecMesh::KvoUVLayout layout;
-        long r = -1; // QV_PENDING_ATLAS
-        /*QV_PENDING_ATLAS*/ (void)atlasSize;
+        const long r = Rec3D::RecMesh::calUVForMesh(verts, vertexCount, tris.data(), long(tris.size() / 3), atlasSize,
+                                                    m_layoutGutter, m_layoutLimit, nullptr, layout, nullptr);
         if (r < 0)
             return kvoExportLayoutFailed;
         positions.assign(verts, verts + vertexCount);

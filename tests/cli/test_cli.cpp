@@ -1,4 +1,5 @@
 #include <QFile>
+#include <QImage>
 #include <QProcess>
 #include <QStandardPaths>
 
@@ -203,4 +204,36 @@ TEST(Cli, ImportAddAndMapFromControlPointFiles)
     EXPECT_EQ(few.code, 1);
     EXPECT_FALSE(few.err.isEmpty());
     EXPECT_FALSE(cli({"info", project}).out.contains("of image 2")) << "no texture mesh for image 2";
+}
+
+TEST(Cli, ExportWritesTheTexturedModelAndKeepsExistingFiles)
+{
+    qvtest::ScratchDir dir;
+    ASSERT_EQ(cli({"demo", "--out", dir.path()}).code, 0);
+    const QString project = dir.file("sample.qvj");
+    CliRun r = cli({"export", project, dir.file("model.obj")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("Groups: 8")) << r.out.toStdString();
+    EXPECT_TRUE(QFile::exists(dir.file("model.mtl")));
+    EXPECT_TRUE(QFile::exists(dir.file("model_Texture/model_photo_01.jpg0.jpg")));
+    CliRun again = cli({"export", project, dir.file("model.obj")});
+    EXPECT_EQ(again.code, 1);
+    EXPECT_TRUE(again.err.contains("--force")) << again.err.toStdString();
+    EXPECT_EQ(cli({"export", project, dir.file("model.obj"), "--force", "--swap-yz", "--move-to-origin"}).code, 0);
+    QFile obj(dir.file("model.obj"));
+    ASSERT_TRUE(obj.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(obj.readAll().startsWith("# Generate by Quovara Software.\nmtllib model.mtl\n"));
+    EXPECT_EQ(cli({"export", project, dir.file("other.obj"), "--single", "--swap-yz"}).code, 2);
+    EXPECT_EQ(cli({"export", project, dir.file("other.txt")}).code, 2);
+    EXPECT_EQ(cli({"export", project, dir.file("nowhere/other.obj")}).code, 1);
+
+    // The whole model as one mesh on atlas sheets.
+    CliRun single = cli({"export", project, dir.file("one.obj"), "--single", "--atlas", "1024"});
+    ASSERT_EQ(single.code, 0) << single.err.toStdString();
+    EXPECT_TRUE(QFile::exists(dir.file("one_0.jpg")));
+    QImage sheet(dir.file("one_0.jpg"));
+    EXPECT_EQ(sheet.size(), QSize(1024, 1024));
+    QFile mtl(dir.file("one.mtl"));
+    ASSERT_TRUE(mtl.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(mtl.readAll().contains("map_Kd one_0.jpg"));
 }
