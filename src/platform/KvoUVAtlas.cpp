@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "scene/KvoMeshAdjacency.h"
 #include "scene/KvoUVAtlas.h"
 
 namespace Rec3D {
@@ -31,10 +32,22 @@ struct V3 {
     double x, y, z;
 };
 
-inline V3 sub(const V3& a, const V3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-inline V3 cross(const V3& a, const V3& b) { return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x}; }
-inline double dot(const V3& a, const V3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
-inline double cross2(const V2& o, const V2& a, const V2& b) { return (a.x - o.x) * (b.y - o.y) - (a.y - o.y) * (b.x - o.x); }
+inline V3 sub(const V3& a, const V3& b)
+{
+    return {a.x - b.x, a.y - b.y, a.z - b.z};
+}
+inline V3 cross(const V3& a, const V3& b)
+{
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+inline double dot(const V3& a, const V3& b)
+{
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+inline double cross2(const V2& o, const V2& a, const V2& b)
+{
+    return (a.x - o.x) * (b.y - o.y) - (a.y - o.y) * (b.x - o.x);
+}
 
 // Faces within this angle of the seed's normal may join its chart. At 50
 // degrees the projection shrinks no face below cos(50) = 0.64 of its area.
@@ -210,8 +223,7 @@ void splitLargeCharts(std::vector<Chart>& charts, double side)
 }
 
 // Skyline packing of rectangles into square bins.
-class SkylinePacker
-{
+class SkylinePacker {
 public:
     SkylinePacker(long binSide, long maxBins) : m_side(binSide), m_maxBins(maxBins) {}
 
@@ -323,12 +335,15 @@ private:
 
 // The pixel size of a chart's content at a scale: the extent plus a pixel,
 // so that the content sits half a pixel in from its box on every side.
-inline long pixelSide(double extent, double scale) { return long(std::ceil(extent * scale + 1.0)); }
+inline long pixelSide(double extent, double scale)
+{
+    return long(std::ceil(extent * scale + 1.0));
+}
 
 // Packs every chart at a scale into at most maxSheets sheets; the placements
 // are written into the charts only when all of them fit.
-bool packAt(std::vector<Chart>& charts, const std::vector<unsigned>& order, double scale, long atlasSize,
-            long gutter, long maxSheets, long* sheetsUsed)
+bool packAt(std::vector<Chart>& charts, const std::vector<unsigned>& order, double scale, long atlasSize, long gutter,
+            long maxSheets, long* sheetsUsed)
 {
     // A box is its content and one gutter to its left and below; the bin
     // leaves out one gutter at the right and top, so contents keep at least
@@ -397,42 +412,8 @@ long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* tria
     if (!(totalArea > 0))
         return -1;
 
-    // Edge neighbours in compressed rows: faces sharing an edge, whichever way round.
-    std::vector<uint64_t> edges(3 * nf);
-    for (size_t f = 0; f < nf; ++f)
-        for (int k = 0; k < 3; ++k) {
-            uint64_t a = triangles[3 * f + size_t(k)], b = triangles[3 * f + size_t((k + 1) % 3)];
-            if (a > b)
-                std::swap(a, b);
-            edges[3 * f + size_t(k)] = (a << 32) | b;
-        }
-    std::vector<unsigned> byEdge(3 * nf);
-    std::iota(byEdge.begin(), byEdge.end(), 0u);
-    std::sort(byEdge.begin(), byEdge.end(), [&](unsigned x, unsigned y) { return edges[x] < edges[y]; });
-    std::vector<unsigned> nbStart(nf + 1, 0);
-    std::vector<std::pair<unsigned, unsigned>> pairs;
-    for (size_t i = 0; i < byEdge.size();) {
-        size_t j = i + 1;
-        while (j < byEdge.size() && edges[byEdge[j]] == edges[byEdge[i]])
-            ++j;
-        for (size_t p = i; p < j; ++p)
-            for (size_t q = i; q < j; ++q)
-                if (byEdge[p] / 3 != byEdge[q] / 3)
-                    pairs.emplace_back(byEdge[p] / 3, byEdge[q] / 3);
-        i = j;
-    }
-    for (const auto& pr : pairs)
-        ++nbStart[pr.first + 1];
-    for (size_t f = 0; f < nf; ++f)
-        nbStart[f + 1] += nbStart[f];
-    std::vector<unsigned> nb(pairs.size());
-    {
-        std::vector<unsigned> fill(nbStart.begin(), nbStart.end() - 1);
-        for (const auto& pr : pairs)
-            nb[fill[pr.first]++] = pr.second;
-    }
-    pairs.clear();
-    pairs.shrink_to_fit();
+    std::vector<uint32_t> nbStart, nb;
+    kvo::faceEdgeNeighbours(triangles, triangleCount, nbStart, nb);
     progressStep(progress, 0.2);
 
     // Chart growth.
@@ -476,7 +457,9 @@ long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* tria
         auto cellOf = [&](double x, double y) {
             return std::pair<int64_t, int64_t>(int64_t(std::floor(x / cell)), int64_t(std::floor(y / cell)));
         };
-        auto key = [](int64_t cx, int64_t cy) { return (uint64_t(uint32_t(int32_t(cx))) << 32) | uint32_t(int32_t(cy)); };
+        auto key = [](int64_t cx, int64_t cy) {
+            return (uint64_t(uint32_t(int32_t(cx))) << 32) | uint32_t(int32_t(cy));
+        };
 
         auto tryAdd = [&](unsigned f) -> bool {
             if (area[f] > 0 && dot(normal[f], axis) < kConeCos)
