@@ -19,6 +19,7 @@
 #include "ImageView.h"
 #include "ModelView.h"
 #include "Panels.h"
+#include "camera/KvoCameraImport.h"
 #include "commands/KvoCommands.h"
 #include "modelio/KvoImportCommands.h"
 #include "planes/KvoRefPlaneTasks.h"
@@ -170,6 +171,12 @@ void MainWindow::buildMenus()
             return;
         cmdImportMesh(path);
         m_modelView->resetCache();
+        refreshAll();
+    });
+    m_projectActions << file->addAction(tr("Import &Cameras..."), this, [this] {
+        m_progress.reset();
+        cmdImportCameras();
+        endProgress();
         refreshAll();
     });
     m_projectActions << file->addAction(tr("&Export Model..."), this, [] { cmdOnBatchExport(); });

@@ -1,6 +1,7 @@
-// Mapping through a virtual camera, headless.
+// Mapping through a virtual camera and importing cameras, headless.
 
 #include "CliSupport.h"
+#include "camera/KvoCameraImport.h"
 #include "camera/KvoVirtualCamera.h"
 #include "scene/KvoStore.h"
 
@@ -87,6 +88,61 @@ Register rMapVc("map-vc",
                  "photograph's shorter side (27 by default), --update keeps the triangles of a mapped image and "
                  "renews its UVs, --keep-hidden also maps triangles hidden from the camera; saves the project",
                  cmdMapVc});
+
+int cmdImportCameras(const QStringList& args)
+{
+    if (args.size() < 3)
+        return 2;
+    QString colmap, bundler, list, matrices;
+    for (int i = 1; i < args.size(); ++i) {
+        if (i + 1 >= args.size())
+            return 2;
+        const QString& a = args[i];
+        QString& value = a == "--colmap" ? colmap : a == "--bundler" ? bundler : a == "--list" ? list : matrices;
+        if ((a != "--colmap" && a != "--bundler" && a != "--list" && a != "--matrices") || !value.isEmpty())
+            return 2;
+        value = args[++i];
+    }
+    const int sources = int(!colmap.isEmpty()) + int(!bundler.isEmpty()) + int(!matrices.isEmpty());
+    if (sources != 1 || bundler.isEmpty() != list.isEmpty()) {
+        err("give one of --colmap DIR, --bundler FILE --list FILE, --matrices DIR");
+        return 2;
+    }
+    const KvoCameraSource source = !colmap.isEmpty()    ? KvoCameraSource::colmap(colmap)
+                                   : !bundler.isEmpty() ? KvoCameraSource::bundler(bundler, list)
+                                                        : KvoCameraSource::matrices(matrices);
+    if (int rc = openOrFail(args[0]))
+        return rc;
+    KvoCameraImportReport report;
+    TerminalProgress progress;
+    const long n = importCameras(source, report, &progress);
+    progress.finish();
+    if (n < 0) {
+        err(report.error);
+        return 1;
+    }
+    out(report.summary());
+    if (n == 0) {
+        err("no photograph of the project got a camera");
+        return 1;
+    }
+    if (int rc = saveOrFail())
+        return rc;
+    return 0;
+}
+
+Register rImportCameras(
+    "import-cameras",
+    {"import-cameras PROJECT.qvj --colmap DIR | --bundler FILE --list FILE | --matrices DIR",
+     "gives the project's photographs the cameras of a reconstruction, matched by file name: a COLMAP text model "
+     "(cameras.txt and images.txt; PINHOLE, SIMPLE_PINHOLE, SIMPLE_RADIAL, RADIAL and OPENCV cameras), a Bundler "
+     "v0.3 bundle file with its image list, or a folder of 3x4 projection matrices (NAME.txt or NAME.P.txt, NAME "
+     "being the photograph's name with or without its extension, pixel positions from the picture's top-left "
+     "corner). Each photograph gets its virtual camera; one that is not a centred square-pixel pinhole also gets "
+     "its exact DLT parameters; photographs with lens distortion are undistorted into new pictures. Cameras and "
+     "photographs that do not fit (no camera, no photograph, unknown model, another picture size) are listed and "
+     "left as they were; saves the project",
+     cmdImportCameras});
 
 } // namespace
 } // namespace qvcli
