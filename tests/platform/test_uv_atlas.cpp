@@ -286,9 +286,8 @@ TEST(UVAtlas, SourceResolutionChoosesTheSheetCountUpToTheLimit)
     for (long f = 0; f < m.faces(); ++f)
         texels[size_t(f)] = float(6.0 * 256 * 256 * area3(m, f) / total);
     KvoUVLayout l;
-    ASSERT_EQ(calUVForMesh(m.v.data(), long(m.v.size()), m.t.data(), m.faces(), 256, 4, 1000, texels.data(), l,
-                           nullptr),
-              0);
+    ASSERT_EQ(
+        calUVForMesh(m.v.data(), long(m.v.size()), m.t.data(), m.faces(), 256, 4, 1000, texels.data(), l, nullptr), 0);
     EXPECT_GE(l.sheetCount, 6);
     EXPECT_LE(l.sheetCount, 30);
     expectSoundLayout(m, l, 256, 4);
@@ -329,8 +328,8 @@ TEST(UVAtlas, BadInputIsRefused)
                            nullptr),
               -4);
     // With room for more sheets it goes in.
-    ASSERT_EQ(calUVForMesh(loose.v.data(), long(loose.v.size()), loose.t.data(), loose.faces(), 64, 2, 1000, nullptr,
-                           l, nullptr),
+    ASSERT_EQ(calUVForMesh(loose.v.data(), long(loose.v.size()), loose.t.data(), loose.faces(), 64, 2, 1000, nullptr, l,
+                           nullptr),
               0);
     EXPECT_EQ(l.chartCount, 1000);
     expectSoundLayout(loose, l, 64, 2);

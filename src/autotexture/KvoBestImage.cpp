@@ -1,0 +1,253 @@
+// The whole-model selection on the project: cameras from the images' virtual-
+// camera records, the faces of the bare meshes, and the result written back
+// as one texture mesh a photograph.
+
+#include "autotexture/KvoBestImage.h"
+
+#include <QObject>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <map>
+
+#include "autotexture/KvoViewSelection.h"
+#include "camera/KvoVirtualCamera.h"
+#include "commands/KvoCommands.h"
+#include "platform/KvoCameraMath.h"
+#include "scene/ZebViewerMan.h"
+
+namespace kvo {
+
+namespace {
+
+// K, R, T of a virtual camera for a w x h picture: R and T from the look-at
+// motion turned to a camera that looks down +z with y down the rows, so that
+// u = q.x / q.z runs right and v = q.y / q.z down, as the picture's pixels do.
+void camInfoFromRecord(const ZebQVVCParam& p, long w, long h, Rec3D::CamInfo& out)
+{
+    double m[16];
+    lookAtMatrix(p.eye, p.center, p.up, m);
+    const double flip[3] = {1, -1, -1};
+    for (int r = 0; r < 3; ++r) {
+        for (int c = 0; c < 3; ++c)
+            out.R[3 * r + c] = flip[r] * m[c * 4 + r];
+        out.T[r] = flip[r] * m[12 + r];
+    }
+    const double f = (double(std::min(w, h)) / std::tan(p.fovY * M_PI / 180.0 / 2.0)) * 0.5;
+    std::fill(out.K, out.K + 9, 0.0);
+    out.K[0] = f;
+    out.K[2] = double(w / 2);
+    out.K[4] = f;
+    out.K[5] = double(h / 2);
+    out.K[8] = 1;
+    out.width = int32_t(w);
+    out.height = int32_t(h);
+}
+
+// Outside the picture a coordinate folds back in rather than sticking to the edge.
+double fold(double u, long size)
+{
+    if (u < 0)
+        u = std::abs(long(u) % size);
+    if (u > double(size))
+        u = double(size - long(u) % size);
+    return u;
+}
+
+XPnt2f uvOf(const Rec3D::CamInfo& c, const XPnt3f& x)
+{
+    double p[3], q[3];
+    for (int i = 0; i < 3; ++i)
+        p[i] = c.R[3 * i] * x.x + c.R[3 * i + 1] * x.y + c.R[3 * i + 2] * x.z + c.T[i];
+    for (int i = 0; i < 3; ++i)
+        q[i] = c.K[3 * i] * p[0] + c.K[3 * i + 1] * p[1] + c.K[3 * i + 2] * p[2];
+    const long w = c.width, h = c.height;
+    const double u = fold(q[0] / q[2], w), v = fold(q[1] / q[2], h);
+    return XPnt2f(float(u / double(w)), float((double(h) - v) / double(h)));
+}
+
+} // namespace
+
+long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
+{
+    KvoBestImageReport rep;
+    IKvoMM* mm = getMM();
+    ref_ptr<IKvoProject> project;
+    ref_ptr<IKvoImageDb> db;
+    ref_ptr<IKvoModel> model;
+    if (!mm || !mm->getProject(project) || !project || !project->getImageDb(db) || !db)
+        return kvoNoProject;
+    if (!mm->getBareModel(model) || !model || !model->getVertices() || model->getVertexCount() == 0)
+        return kvoModelEmpty;
+    const long nv = model->getVertexCount();
+    const XPnt3f* verts = model->getVertices()->getData();
+
+    // Cameras, in the list's order. An image without a camera takes part when
+    // its control points can give one.
+    ref_ptr<LongArray> ids;
+    db->getImageIds(ids);
+    std::vector<Rec3D::CamInfo> cams;
+    std::vector<long> camImage;
+    std::map<uint16_t, long> narrowed;
+    for (long id : ids ? ids->vec() : std::vector<long>()) {
+        ref_ptr<IKvoImageInfo> info;
+        if (!db->getImageInfo(info, id) || !info)
+            continue;
+        ZebQVVCParam param;
+        if (!mm->getVCParam(id, param)) {
+            if (info->getCtrlPntCount() > 0 && info->getMatchPntCount() == 0) {
+                calVCParam(id, param);
+                mm->setVCParam(id, param);
+            } else {
+                rep.skipped << QObject::tr("Image %1: no camera").arg(id);
+                continue;
+            }
+        }
+        XPnt2i size;
+        if (!info->getImageSize(size, 1) || size.x <= 0 || size.y <= 0) {
+            rep.skipped << QObject::tr("Image %1: unknown picture size").arg(id);
+            continue;
+        }
+        // The cameras' table is keyed by 16 bits: two ids that share them would
+        // silently take each other's faces.
+        const uint16_t key = uint16_t(id & 0xFFFF);
+        if (narrowed.count(key)) {
+            if (report)
+                *report = rep;
+            return kvoBestImageIdClash;
+        }
+        narrowed[key] = id;
+        Rec3D::CamInfo cam;
+        camInfoFromRecord(param, size.x, size.y, cam);
+        cam.id = key;
+        const QByteArray path = info->getFilePath(1).toLocal8Bit();
+        std::strncpy(cam.path, path.constData(), sizeof cam.path - 1);
+        cams.push_back(cam);
+        camImage.push_back(id);
+    }
+    if (cams.empty()) {
+        if (report)
+            *report = rep;
+        return kvoNoCameras;
+    }
+
+    // The faces of the bare meshes, in order; a face's number is its place here.
+    ref_ptr<MeshArray> bare;
+    mm->getBareMeshes(bare);
+    std::vector<uint32_t> tri;
+    std::vector<XPnt3f> faceNormals;
+    for (long i = 0; bare && i < bare->getCount(); ++i) {
+        ref_ptr<IKvoMesh> mesh = (*bare)[i];
+        const bool asleep = mm->isMeshAsleep(mesh);
+        if (asleep)
+            mm->wakeMesh(mesh->getId());
+        const UIntArray* t = mesh->getTriangleIndices();
+        const Pnt3fArray* fn = mesh->getFaceNormals();
+        const long nf = t ? t->getCount() / 3 : 0;
+        for (long f = 0; f < nf; ++f) {
+            const unsigned* abc = t->getData() + 3 * f;
+            if (long(abc[0]) >= nv || long(abc[1]) >= nv || long(abc[2]) >= nv)
+                continue;
+            tri.insert(tri.end(), abc, abc + 3);
+            faceNormals.push_back(fn && f < fn->getCount() ? fn->getAt(f) : XPnt3f(0, 0, 0));
+        }
+        if (asleep)
+            mm->sleepMesh(mesh);
+    }
+    const long nf = long(tri.size() / 3);
+    rep.faces = nf;
+    if (nf == 0) {
+        if (report)
+            *report = rep;
+        return kvoModelEmpty;
+    }
+
+    prgText(progress, QObject::tr("select best texture...."));
+    std::vector<int> labels;
+    Rec3D::RecMesh::ViewSelectionStats stats;
+    {
+        KvoPrgPush push(progress, 0.8);
+        static_assert(sizeof(XPnt3f) == 3 * sizeof(float), "vertices are packed");
+        Rec3D::RecMesh::selectViews(reinterpret_cast<const float*>(verts), nv, tri.data(), nf, cams,
+                                    Rec3D::RecMesh::ViewSelectionOptions(), labels, &stats, progress);
+    }
+    rep.candidates = stats.candidates;
+    rep.textured = stats.textured;
+    rep.seams = stats.seams;
+    for (int k = 0; k < 3; ++k)
+        rep.seconds[k] = stats.seconds[k];
+
+    // Write-back: each photograph's texture mesh holds its faces, with UVs by
+    // model vertex; one left without faces loses its mapping.
+    const auto t0 = std::chrono::steady_clock::now();
+    std::vector<std::vector<long>> facesOf(cams.size());
+    for (long f = 0; f < nf; ++f)
+        if (labels[size_t(f)] >= 0)
+            facesOf[size_t(labels[size_t(f)])].push_back(f);
+    if (!mm->isTexEditOpen())
+        mm->openTexEdit(nullptr, 1, 0);
+    for (size_t i = 0; i < cams.size(); ++i) {
+        const long id = camImage[i];
+        ref_ptr<IKvoMesh> tex;
+        mm->getTexMeshOfImage(tex, id);
+        if (facesOf[i].empty()) {
+            if (tex)
+                mm->deleteTexMesh(tex);
+            continue;
+        }
+        if (!tex) {
+            mm->createTexMesh(tex, false, id, false);
+            if (!tex) {
+                rep.skipped << QObject::tr("Image %1: no texture mesh could be made").arg(id);
+                continue;
+            }
+        }
+        ref_ptr<IKvoImage> picture;
+        db->getTexture(picture, id, 2);
+        if (picture)
+            tex->setImage(picture);
+        ref_ptr<Pnt2fArray> uv = newPnt2fArray();
+        const Pnt2fArray* old = tex->getUVs();
+        if (old && old->getCount() == nv)
+            uv->vec() = old->vec();
+        else
+            uv->resize(nv);
+        ref_ptr<UIntArray> indices = newUIntArray();
+        ref_ptr<Pnt3fArray> normals = newPnt3fArray();
+        indices->vec().reserve(3 * facesOf[i].size());
+        for (long f : facesOf[i]) {
+            for (int k = 0; k < 3; ++k) {
+                const unsigned v = tri[size_t(3 * f + k)];
+                indices->append(v);
+                (*uv)[long(v)] = uvOf(cams[i], verts[v]);
+            }
+            normals->append(faceNormals[size_t(f)]);
+        }
+        if (tex->getCornerTexIndices())
+            tex->setCornerTexIndices(nullptr, nullptr);
+        tex->setTriangles(indices.get(), true);
+        tex->setFaceNormalArray(normals.get(), false);
+        tex->setUVs(uv.get());
+        ref_ptr<IKvoImageInfo> info;
+        if (db->getImageInfo(info, id) && info)
+            info->setMappingType(1);
+        ++rep.imagesUsed;
+    }
+    mm->setDirty(true);
+    rep.seconds[3] = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    if (ref_ptr<IZebViewerMan> vm = zebUI::getVM()) {
+        if (IZebMeshPanel* panel = vm->getMeshPanel())
+            panel->refreshSection("Texture Mesh");
+        if (IZebImagePanel* images = vm->getImagePanel())
+            for (long id : camImage)
+                images->refreshImage(id);
+        vm->updateViews();
+    }
+    prgStep(progress, 1.0);
+    if (report)
+        *report = rep;
+    return 0;
+}
+
+} // namespace kvo
