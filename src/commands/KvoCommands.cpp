@@ -290,13 +290,7 @@ long cmdOnToolResDisImgQt()
 
 // ---------------------------------------------------------------- at once
 
-long cmdOnSeamlessTexturedMesh(int, IKvoProgress*)
-{
-    if (!getMM()->hasModelData())
-        return kvoModelEmpty;
-    msgToolNotAvailable(tr("Seamless texture meshes"));
-    return -1;
-}
+// cmdOnSeamlessTexturedMesh lives with the automatic texturing (autotexture/KvoSeamless.cpp).
 
 long cmdOnSelBareMeshNoTex()
 {
