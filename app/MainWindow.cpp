@@ -19,6 +19,7 @@
 #include "ImageView.h"
 #include "ModelView.h"
 #include "Panels.h"
+#include "autotexture/KvoTaskTexAutoSelBest.h"
 #include "camera/KvoCameraImport.h"
 #include "commands/KvoCommands.h"
 #include "modelio/KvoImportCommands.h"
@@ -245,6 +246,9 @@ void MainWindow::buildMenus()
 
     QMenu* mapping = menuBar()->addMenu(tr("&Mapping"));
     m_projectActions << mapping->addAction(tr("&Control Point Mapping..."), this, [] { cmdTexMappingQt(); });
+
+    QMenu* texture = menuBar()->addMenu(tr("&Texture"));
+    m_projectActions << texture->addAction(tr("Auto-Select Best Texture..."), this, [] { cmdOnTexAutoSelBest(); });
 
     QMenu* planes = menuBar()->addMenu(tr("&Planes"));
     m_projectActions << planes->addAction(tr("Projection &Plane Management..."), this,

@@ -1,0 +1,206 @@
+#include "autotexture/QDlgTxtAutoSelBest.h"
+
+#include <QCloseEvent>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSlider>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+#include "commands/KvoCommands.h"
+#include "scene/ZebViewerMan.h"
+
+namespace kvo {
+
+namespace {
+
+IKvoProgress* progressOf()
+{
+    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+    return vm ? vm->getProgress() : nullptr;
+}
+
+// The panels and views follow the texture meshes after they changed.
+void refreshScene()
+{
+    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+    if (!vm)
+        return;
+    if (IZebMeshPanel* meshes = vm->getMeshPanel())
+        meshes->refreshSection("Texture Mesh");
+    if (IZebImagePanel* images = vm->getImagePanel())
+        images->refreshImage(0);
+    vm->updateViews();
+}
+
+void endTaskAndClosePanel(bool clearHost)
+{
+    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+    if (!vm)
+        return;
+    vm->endCurrentTask();
+    if (clearHost)
+        if (IZebDialogHost* host = vm->getDialogHost())
+            host->clear();
+    if (IZebTaskPanel* panel = vm->getTaskPanel())
+        panel->close();
+}
+
+} // namespace
+
+QDlgTxtAutoSelBest::QDlgTxtAutoSelBest(QWidget* parent) : QDialog(parent)
+{
+    setObjectName("ZebTaskAutoSelBestTex");
+    setWindowTitle(tr("Automatic Select Best Texture"));
+    setAttribute(Qt::WA_DeleteOnClose);
+
+    auto* layout = new QVBoxLayout(this);
+    m_tips = new QPlainTextEdit(this);
+    m_tips->setReadOnly(true);
+    m_tips->setMaximumHeight(80);
+    layout->addWidget(m_tips);
+
+    m_groupPanel = new QGroupBox(tr("Auto-Select Best Texture"), this);
+    auto* grid = new QGridLayout(m_groupPanel);
+    grid->addWidget(new QLabel(tr("Fragment Size"), m_groupPanel), 0, 0);
+    m_fragmentSlider = new QSlider(Qt::Horizontal, m_groupPanel);
+    m_fragmentSlider->setRange(5, 300);
+    m_fragmentSlider->setValue(20);
+    grid->addWidget(m_fragmentSlider, 0, 1, 1, 2);
+    m_fragmentSpin = new QSpinBox(m_groupPanel);
+    m_fragmentSpin->setRange(5, 300);
+    m_fragmentSpin->setSingleStep(5);
+    m_fragmentSpin->setValue(20);
+    grid->addWidget(m_fragmentSpin, 0, 3);
+    m_min = new QPushButton(tr("5"), m_groupPanel);
+    m_max = new QPushButton(tr("300"), m_groupPanel);
+    grid->addWidget(m_min, 1, 1);
+    grid->addWidget(m_max, 1, 2);
+    m_undo = new QPushButton(tr("Undo"), m_groupPanel);
+    m_redo = new QPushButton(tr("Redo"), m_groupPanel);
+    m_undo->setEnabled(false);
+    m_redo->setEnabled(false);
+    grid->addWidget(m_undo, 2, 1);
+    grid->addWidget(m_redo, 2, 2);
+    layout->addWidget(m_groupPanel);
+
+    auto* buttons = new QHBoxLayout();
+    m_apply = new QPushButton(tr("Apply"), this);
+    m_ok = new QPushButton(tr("OK"), this);
+    m_cancel = new QPushButton(tr("Cancel"), this);
+    buttons->addWidget(m_apply);
+    buttons->addStretch(1);
+    buttons->addWidget(m_ok);
+    buttons->addWidget(m_cancel);
+    layout->addLayout(buttons);
+    layout->addStretch(1);
+
+    connect(m_apply, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::clickedApplyBestTexture);
+    connect(m_ok, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::clickedOK);
+    connect(m_cancel, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::clickedCancel);
+    for (QPushButton* b : {m_min, m_max, m_undo, m_redo})
+        connect(b, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::buttonClicked);
+    connect(m_fragmentSlider, &QSlider::valueChanged, m_fragmentSpin, &QSpinBox::setValue);
+    connect(m_fragmentSpin, QOverload<int>::of(&QSpinBox::valueChanged), m_fragmentSlider, &QSlider::setValue);
+
+    m_tips->appendPlainText(tr("LeftButton select interested parts"));
+    m_tips->appendPlainText(tr("LeftButton + Ctrl select uninterested parts"));
+    m_tips->appendPlainText(tr("'Delete' key can delete exist parts"));
+    m_selectMode = 1;
+    m_groupPanel->hide();
+
+    // What an earlier tool left in a texture-edit session is kept: Cancel
+    // here goes back to the state this dialog began with, no further.
+    IKvoMM* mm = getMM();
+    if (mm->isTexEditOpen())
+        mm->closeTexEdit();
+}
+
+QStringList QDlgTxtAutoSelBest::tipLines() const
+{
+    return m_tips->toPlainText().split('\n');
+}
+
+void QDlgTxtAutoSelBest::clickedApplyBestTexture()
+{
+    IKvoMM* mm = getMM();
+    if (mm->getTexMeshCount() < 2) {
+        msgWarningTitled(QString(), tr("Mesh Count is 2 at least"));
+        return;
+    }
+    // Each Apply starts from the meshes as they were before the first one.
+    if (mm->isTexEditOpen()) {
+        mm->restoreTexEdit(nullptr);
+        mm->closeTexEdit();
+    }
+    mm->openTexEdit(nullptr, 1, 0);
+    IKvoProgress* progress = progressOf();
+    prgText(progress, tr("select best texture...."));
+    prgStep(progress, 0.1);
+    if (m_selectMode == 1) {
+        KvoPrgPush push(progress, 0.9);
+        m_lastReport = KvoBestImageReport();
+        m_lastResult = selBestImgForFace(progress, &m_lastReport);
+    } else {
+        msgToolNotAvailable(tr("The selection by texture groups"));
+    }
+    refreshScene();
+}
+
+void QDlgTxtAutoSelBest::clickedOK()
+{
+    endTaskAndClosePanel(false);
+}
+
+void QDlgTxtAutoSelBest::clickedCancel()
+{
+    IKvoMM* mm = getMM();
+    if (mm->isTexEditOpen()) {
+        IKvoProgress* progress = progressOf();
+        prgText(progress, tr("Recovering..."));
+        prgStep(progress, 0.05);
+        {
+            KvoPrgPush push(progress, 0.95);
+            mm->restoreTexEdit(progress);
+        }
+        mm->closeTexEdit();
+        refreshScene();
+    }
+    endTaskAndClosePanel(true);
+}
+
+void QDlgTxtAutoSelBest::buttonClicked()
+{
+    QObject* from = sender();
+    if (from == m_min || from == m_max) {
+        const int value = static_cast<QPushButton*>(from)->text().toInt();
+        m_fragmentSlider->setValue(value);
+        m_fragmentSpin->setValue(value);
+    } else if (from == m_undo || from == m_redo) {
+        msgToolNotAvailable(tr("The selection by texture groups"));
+    }
+}
+
+void QDlgTxtAutoSelBest::keyPressEvent(QKeyEvent* event)
+{
+    // Escape would only hide the dialog in its dock and leave the task
+    // running without a way to end it; OK and Cancel end the session.
+    if (event->key() == Qt::Key_Escape) {
+        event->ignore();
+        return;
+    }
+    QDialog::keyPressEvent(event);
+}
+
+void QDlgTxtAutoSelBest::closeEvent(QCloseEvent* event)
+{
+    // The host closes the dialog when the task ends; that is no Cancel.
+    event->accept();
+}
+
+} // namespace kvo
