@@ -1,0 +1,226 @@
+// quovara-cli auto-select and seamless on a generated scene whose photographs
+// the demo mapped through their cameras: what they print, what the saved
+// project holds afterwards, and misuse.
+
+#include <QDir>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <map>
+
+#include "scene/KvoStore.h"
+#include "support/TestSupport.h"
+
+using namespace kvo;
+
+namespace {
+
+struct CliRun {
+    int code;
+    QString out;
+    QString err;
+};
+
+CliRun cli(const QStringList& args)
+{
+    QProcess p;
+    p.start(QUOVARA_CLI_PATH, args);
+    p.waitForFinished(300000);
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
+            QString::fromUtf8(p.readAllStandardError())};
+}
+
+class CliAutoTexture : public qvtest::StoreTest {
+protected:
+    // A small scene, made once for the whole suite.
+    static void SetUpTestSuite()
+    {
+        s_scene = new qvtest::ScratchDir();
+        const CliRun r = cli({"sample", "--out", s_scene->file("scene"), "--photos", "3", "--triangles", "2000",
+                              "--size", "480x360", "--texels", "12"});
+        s_sceneMade = r.code == 0;
+    }
+    static void TearDownTestSuite()
+    {
+        delete s_scene;
+        s_scene = nullptr;
+    }
+
+    // A project with every photograph mapped through its camera: texture
+    // meshes that overlap where photographs see the same surface.
+    QString mappedProject()
+    {
+        EXPECT_TRUE(s_sceneMade);
+        const QString dir = scratch.file(QString("demo%1").arg(++m_count));
+        const CliRun r = cli({"demo", "--sample", s_scene->file("scene"), "--out", dir});
+        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        return dir + "/sample.qvj";
+    }
+
+    // How many texture meshes of the open project hold each triangle.
+    static std::map<XTrip<unsigned>, int> holders()
+    {
+        std::map<XTrip<unsigned>, int> out;
+        ref_ptr<MeshArray> meshes;
+        getMM()->getTexMeshes(meshes);
+        for (const auto& m : meshes->vec()) {
+            const UIntArray* t = m->getTriangleIndices();
+            for (long f = 0; f < m->getFaceCount(); ++f)
+                ++out[XTrip<unsigned>(t->getAt(3 * f), t->getAt(3 * f + 1), t->getAt(3 * f + 2)).normalize()];
+        }
+        return out;
+    }
+    static int mostHolders(const std::map<XTrip<unsigned>, int>& h)
+    {
+        int most = 0;
+        for (const auto& kv : h)
+            most = std::max(most, kv.second);
+        return most;
+    }
+    static long number(const QString& text, const QString& label)
+    {
+        const QRegularExpressionMatch m =
+            QRegularExpression("^" + label + ": (\\d+)", QRegularExpression::MultilineOption).match(text);
+        return m.hasMatch() ? m.captured(1).toLong() : -1;
+    }
+
+    static qvtest::ScratchDir* s_scene;
+    static bool s_sceneMade;
+    int m_count = 0;
+};
+
+qvtest::ScratchDir* CliAutoTexture::s_scene = nullptr;
+bool CliAutoTexture::s_sceneMade = false;
+
+} // namespace
+
+TEST_F(CliAutoTexture, AutoSelectGivesEachTriangleOnePhotographAndSaves)
+{
+    const QString project = mappedProject();
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    ASSERT_GT(mostHolders(holders()), 1) << "the demo's meshes overlap";
+    getMM()->closeProject();
+
+    const CliRun r = cli({"auto-select", project});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const long faces = number(r.out, "Faces"), textured = number(r.out, "Textured");
+    EXPECT_GT(faces, 0) << r.out.toStdString();
+    EXPECT_GT(number(r.out, "Candidates"), 0);
+    EXPECT_GT(textured, 0);
+    EXPECT_LE(textured, faces);
+    EXPECT_GE(number(r.out, "Images used"), 1);
+    EXPECT_LE(number(r.out, "Images used"), 3);
+    EXPECT_GE(number(r.out, "Seams"), 0);
+    EXPECT_EQ(number(r.out, "Skipped"), 0);
+    EXPECT_TRUE(r.out.contains(QRegularExpression(
+        "Seconds: visibility [0-9.]+, data terms [0-9.]+, optimisation [0-9.]+, write-back [0-9.]+")))
+        << r.out.toStdString();
+
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    const auto h = holders();
+    EXPECT_EQ(mostHolders(h), 1);
+    EXPECT_EQ(long(h.size()), textured);
+}
+
+TEST_F(CliAutoTexture, AutoSelectListsPhotographsLeftOut)
+{
+    const QString project = mappedProject();
+    // A photograph without a camera and without control points takes no part.
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    ref_ptr<IKvoProject> p;
+    ref_ptr<IKvoImageDb> db;
+    ref_ptr<LongArray> ids;
+    getMM()->getProject(p)->getImageDb(db);
+    db->getImageIds(ids);
+    const long id = ids->getAt(0);
+    ref_ptr<IKvoImageInfo> info;
+    db->getImageInfo(info, id);
+    while (info->getCtrlImagePntCount() > 0)
+        info->removeCtrlImagePnt(0);
+    while (info->getCtrlWorldPntCount() > 0)
+        info->removeCtrlWorldPnt(0);
+    getMM()->removeVCParam(id);
+    ASSERT_EQ(getMM()->saveProject(), 0);
+    getMM()->closeProject();
+
+    const CliRun r = cli({"auto-select", project});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(number(r.out, "Skipped"), 1) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(QString("Image %1").arg(id))) << r.out.toStdString();
+}
+
+TEST_F(CliAutoTexture, SeamlessLeavesEachTriangleInOneMeshAndSaves)
+{
+    const QString project = mappedProject();
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    const auto before = holders();
+    ASSERT_GT(mostHolders(before), 1);
+    getMM()->closeProject();
+
+    const CliRun r = cli({"seamless", project, "--kind", "1"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("Texture-mesh faces:")) << r.out.toStdString();
+
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    const auto after = holders();
+    EXPECT_EQ(mostHolders(after), 1);
+    // The photographs are opaque: every triangle that was textured still is, once.
+    EXPECT_EQ(after.size(), before.size());
+    long total = 0;
+    for (const auto& kv : before)
+        total += kv.second;
+    EXPECT_TRUE(r.out.contains(QString("%1 before, %2 after").arg(total).arg(after.size()))) << r.out.toStdString();
+}
+
+TEST_F(CliAutoTexture, SeamlessKindZeroPassesOverHiddenMeshes)
+{
+    const QString project = mappedProject();
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    ref_ptr<MeshArray> meshes;
+    getMM()->getTexMeshes(meshes);
+    ASSERT_EQ(meshes->getCount(), 3);
+    for (long i = 1; i < 3; ++i)
+        (*meshes)[i]->setMeshShown(false);
+    getMM()->setDirty(true);
+    ASSERT_EQ(getMM()->saveProject(), 0);
+    const auto before = holders();
+    getMM()->closeProject();
+
+    // One shown mesh has nothing to give way to.
+    CliRun r = cli({"seamless", project, "--kind", "0"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    EXPECT_EQ(holders(), before);
+    getMM()->closeProject();
+
+    r = cli({"seamless", project, "--kind", "1"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    ASSERT_EQ(getMM()->openProject(project), 0);
+    EXPECT_EQ(mostHolders(holders()), 1);
+}
+
+TEST_F(CliAutoTexture, MisuseAndFailures)
+{
+    EXPECT_EQ(cli({"auto-select"}).code, 2);
+    EXPECT_EQ(cli({"seamless", "x.qvj"}).code, 2);
+    EXPECT_EQ(cli({"seamless", "x.qvj", "--kind"}).code, 2);
+    const CliRun bad = cli({"seamless", "x.qvj", "--kind", "2"});
+    EXPECT_EQ(bad.code, 2);
+    EXPECT_TRUE(bad.err.contains("usage: quovara-cli seamless PROJECT.qvj --kind 0|1")) << bad.err.toStdString();
+    EXPECT_EQ(cli({"auto-select", scratch.file("missing.qvj")}).code, 1);
+    EXPECT_EQ(cli({"seamless", scratch.file("missing.qvj"), "--kind", "1"}).code, 1);
+
+    // A project without a model.
+    const QString empty = scratch.file("empty.qvj");
+    ASSERT_EQ(cli({"new", empty}).code, 0);
+    CliRun r = cli({"auto-select", empty});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains("the project has no model")) << r.err.toStdString();
+    r = cli({"seamless", empty, "--kind", "0"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains("the project has no model")) << r.err.toStdString();
+
+    const CliRun help = cli({"auto-select", "--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_TRUE(help.out.contains("auto-select PROJECT.qvj"));
+}
