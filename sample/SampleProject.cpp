@@ -9,6 +9,8 @@
 #include <cmath>
 
 #include "SampleCameraFiles.h"
+#include "SampleWriter.h"
+#include "camera/KvoVirtualCamera.h"
 #include "scene/KvoRecords.h"
 #include "scene/KvoStore.h"
 
@@ -136,6 +138,42 @@ long buildProjectFromSample(const QString& sampleFolder, const QString& projectF
     if (rc != kvoOk)
         error = mm->getLastError();
     return rc;
+}
+
+long makeSampleProject(const SampleOptions& options, const QString& sceneFolder, const QString& projectFile,
+                       QString& error, SampleScene* scene)
+{
+    std::string why;
+    if (!writeSample(options, sceneFolder.toStdString(), &why, nullptr, scene)) {
+        error = QString::fromStdString(why);
+        return kvo::kvoErrBadFile;
+    }
+    return buildProjectFromSample(sceneFolder, projectFile, error);
+}
+
+long mapThroughStoredCameras()
+{
+    kvo::IKvoMM* mm = kvo::getMM();
+    kvo::ref_ptr<kvo::IKvoProject> project;
+    kvo::ref_ptr<kvo::IKvoImageDb> db;
+    kvo::ref_ptr<kvo::LongArray> ids;
+    if (!mm->getProject(project) || !project->getImageDb(db) || !db->getImageIds(ids))
+        return 0;
+    long mapped = 0;
+    for (long id : ids->vec()) {
+        ZebQVVCParam camera;
+        zebUI::_ZebVCMapParam_ frame;
+        if (!mm->getVCParam(id, camera) || !kvo::calVCFrame(id, camera, kvo::kvoVCFrameModel, frame))
+            continue;
+        mm->setActiveImageId(id);
+        kvo::VCMapping(camera, frame, false, false, true, nullptr);
+        ++mapped;
+    }
+    if (mm->isTexEditOpen()) {
+        mm->commitTexEdit();
+        mm->closeTexEdit();
+    }
+    return mapped;
 }
 
 } // namespace qvsample

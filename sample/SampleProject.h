@@ -17,4 +17,15 @@ bool readSampleFolder(const QString& folder, SampleOptions& options, std::vector
 // The project is left open. A kvo result code; error says why on failure.
 long buildProjectFromSample(const QString& sampleFolder, const QString& projectFile, QString& error);
 
+// Writes a scene made with options to sceneFolder and makes the project at
+// projectFile from it, as buildProjectFromSample does; scene, when given,
+// gets the generated scene.
+long makeSampleProject(const SampleOptions& options, const QString& sceneFolder, const QString& projectFile,
+                       QString& error, SampleScene* scene = nullptr);
+
+// Maps every photograph of the open project through its stored camera,
+// hidden triangles left out, and keeps the result (the texture-edit session
+// is committed and closed). The number of photographs mapped.
+long mapThroughStoredCameras();
+
 } // namespace qvsample

@@ -6,6 +6,7 @@
 
 #include <QObject>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -15,6 +16,7 @@
 #include "camera/KvoVirtualCamera.h"
 #include "commands/KvoCommands.h"
 #include "platform/KvoCameraMath.h"
+#include "scene/KvoMeshAccess.h"
 #include "scene/ZebViewerMan.h"
 
 namespace kvo {
@@ -133,28 +135,19 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
     }
 
     // The faces of the bare meshes, in order; a face's number is its place here.
-    ref_ptr<MeshArray> bare;
-    mm->getBareMeshes(bare);
     std::vector<uint32_t> tri;
     std::vector<XPnt3f> faceNormals;
-    for (long i = 0; bare && i < bare->getCount(); ++i) {
-        ref_ptr<IKvoMesh> mesh = (*bare)[i];
-        const bool asleep = mm->isMeshAsleep(mesh);
-        if (asleep)
-            mm->wakeMesh(mesh->getId());
-        const UIntArray* t = mesh->getTriangleIndices();
-        const Pnt3fArray* fn = mesh->getFaceNormals();
-        const long nf = t ? t->getCount() / 3 : 0;
-        for (long f = 0; f < nf; ++f) {
-            const unsigned* abc = t->getData() + 3 * f;
-            if (long(abc[0]) >= nv || long(abc[1]) >= nv || long(abc[2]) >= nv)
-                continue;
-            tri.insert(tri.end(), abc, abc + 3);
-            faceNormals.push_back(fn && f < fn->getCount() ? fn->getAt(f) : XPnt3f(0, 0, 0));
-        }
-        if (asleep)
-            mm->sleepMesh(mesh);
+    collectBareFaces(*mm, tri, &faceNormals);
+    // Faces that name a vertex the model lacks are left out.
+    size_t kept = 0;
+    for (size_t f = 0; f < faceNormals.size(); ++f) {
+        if (long(tri[3 * f]) >= nv || long(tri[3 * f + 1]) >= nv || long(tri[3 * f + 2]) >= nv)
+            continue;
+        std::copy(tri.begin() + long(3 * f), tri.begin() + long(3 * f + 3), tri.begin() + long(3 * kept));
+        faceNormals[kept++] = faceNormals[f];
     }
+    tri.resize(3 * kept);
+    faceNormals.resize(kept);
     const long nf = long(tri.size() / 3);
     rep.faces = nf;
     if (nf == 0) {

@@ -1,5 +1,7 @@
 #include "modelio/KvoExportRows.h"
 
+#include "scene/KvoMeshAccess.h"
+
 namespace kvo {
 namespace exportrows {
 
@@ -8,9 +10,7 @@ void loadRow(RowData& row, IKvoMM& mm)
     ref_ptr<IKvoMesh> mesh = row.info.mesh;
     row.kind = mm.getMeshKind(mesh);
     row.meshName = mesh->getName();
-    const bool asleep = mm.isMeshAsleep(mesh);
-    if (asleep)
-        mm.wakeMesh(mesh->getId());
+    KvoMeshAwake awake(mm, mesh);
     if (UIntArray* t = mesh->getTriangleIndices())
         row.tris.assign(t->getData(), t->getData() + t->getCount());
     if (row.kind == 1) {
@@ -23,8 +23,6 @@ void loadRow(RowData& row, IKvoMM& mm)
         if (row.corner)
             row.corner3.assign(c->getData(), c->getData() + c->getCount());
     }
-    if (asleep)
-        mm.sleepMesh(mesh);
     row.keep.assign(size_t(row.triangleCount()), 1);
 }
 

@@ -13,6 +13,7 @@
 #include "modelio/KvoModelExport.h"
 #include "modelio/KvoObjReader.h"
 #include "modelio/KvoTextureBake.h"
+#include "scene/KvoMeshAccess.h"
 #include "scene/KvoUV.h"
 #include "scene/KvoUVAtlas.h"
 
@@ -50,19 +51,8 @@ long KvoModelExporter::exportSingleMesh(const ExportInfoArray& infos, long atlas
     auto calculate = [&]() -> long {
         prgText(progress, "Calculating...");
         prgStep(progress, 0.09);
-        ref_ptr<MeshArray> bare;
-        mm->getBareMeshes(bare);
-        std::vector<unsigned> tris;
-        for (long i = 0; bare && i < bare->getCount(); ++i) {
-            ref_ptr<IKvoMesh> mesh = (*bare)[i];
-            const bool asleep = mm->isMeshAsleep(mesh);
-            if (asleep)
-                mm->wakeMesh(mesh->getId());
-            if (UIntArray* t = mesh->getTriangleIndices())
-                tris.insert(tris.end(), t->getData(), t->getData() + t->getCount());
-            if (asleep)
-                mm->sleepMesh(mesh);
-        }
+        std::vector<uint32_t> tris;
+        collectBareFaces(*mm, tris, nullptr);
         Rec3D::RecMesh::KvoUVLayout layout;
         const long r = Rec3D::RecMesh::calUVForMesh(verts, vertexCount, tris.data(), long(tris.size() / 3), atlasSize,
                                                     m_layoutGutter, m_layoutLimit, nullptr, layout, nullptr);
@@ -283,44 +273,14 @@ long KvoModelExporter::exportSingleMesh(const ExportInfoArray& infos, long atlas
     obj.write(("mtllib " + m_base + ".mtl\n").toLocal8Bit());
     obj.write("g default\n");
     prgText(progress, "Export vertex data of OBJ...");
-    for (const XPnt3f& p : positions) {
-        char* o = obj.reserve(128);
-        *o++ = 'v';
-        *o++ = ' ';
-        o = formatG7(o, p.x);
-        *o++ = ' ';
-        o = formatG7(o, p.y);
-        *o++ = ' ';
-        o = formatG7(o, p.z);
-        *o++ = '\n';
-        obj.commit(o);
-    }
+    for (const XPnt3f& p : positions)
+        writeObjLine(obj, "v", p.x, p.y, p.z);
     prgText(progress, "Export mesh data of OBJ...");
-    for (const XPnt2f& u : uvs) {
-        char* o = obj.reserve(96);
-        *o++ = 'v';
-        *o++ = 't';
-        *o++ = ' ';
-        o = formatG7(o, u.x);
-        *o++ = ' ';
-        o = formatG7(o, u.y);
-        *o++ = '\n';
-        obj.commit(o);
-    }
+    for (const XPnt2f& u : uvs)
+        writeObjLine(obj, "vt", u.x, u.y);
     prgText(progress, "Export normal data of OBJ...");
-    for (const XPnt3f& n : layoutNormals) {
-        char* o = obj.reserve(128);
-        *o++ = 'v';
-        *o++ = 'n';
-        *o++ = ' ';
-        o = formatG7(o, n.x);
-        *o++ = ' ';
-        o = formatG7(o, n.y);
-        *o++ = ' ';
-        o = formatG7(o, n.z);
-        *o++ = '\n';
-        obj.commit(o);
-    }
+    for (const XPnt3f& n : layoutNormals)
+        writeObjLine(obj, "vn", n.x, n.y, n.z);
     obj.write("s off\n");
     prgText(progress, "Export triangle data of OBJ...");
     const bool withNormals = !layoutNormals.empty();

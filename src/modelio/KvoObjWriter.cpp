@@ -229,61 +229,25 @@ long writeSmartMesh(KvoTextOut& out, const CKvoSmartMesh& mesh, const KvoObjPlac
     const float cx = place.cx, cy = place.cy, cz = place.cz;
 
     out.write("g default\n");
+    // The subtraction stays in single precision, as the numbers always were.
     for (long i = 0; i < n; ++i) {
-        char* p = out.reserve(128);
-        *p++ = 'v';
-        *p++ = ' ';
-        const float x = v[i].x - cx;
-        if (place.swapYZ) {
-            p = formatG7(p, x);
-            *p++ = ' ';
-            p = formatG7(p, v[i].z - cz);
-            *p++ = ' ';
-            p = formatG7(p, cy - v[i].y);
-        } else {
-            p = formatG7(p, x);
-            *p++ = ' ';
-            p = formatG7(p, v[i].y - cy);
-            *p++ = ' ';
-            p = formatG7(p, v[i].z - cz);
-        }
-        *p++ = '\n';
-        out.commit(p);
+        if (place.swapYZ)
+            writeObjLine(out, "v", v[i].x - cx, v[i].z - cz, cy - v[i].y);
+        else
+            writeObjLine(out, "v", v[i].x - cx, v[i].y - cy, v[i].z - cz);
     }
     if (withUVs) {
         const XPnt2f* t = mesh.uvs->getData();
-        for (long i = 0; i < uvCount; ++i) {
-            char* p = out.reserve(96);
-            *p++ = 'v';
-            *p++ = 't';
-            *p++ = ' ';
-            p = formatG7(p, t[i].x);
-            *p++ = ' ';
-            p = formatG7(p, t[i].y);
-            *p++ = '\n';
-            out.commit(p);
-        }
+        for (long i = 0; i < uvCount; ++i)
+            writeObjLine(out, "vt", t[i].x, t[i].y);
     }
     if (withNormals) {
         const XPnt3f* nn = mesh.normals->getData();
         for (long i = 0; i < n; ++i) {
-            char* p = out.reserve(128);
-            *p++ = 'v';
-            *p++ = 'n';
-            *p++ = ' ';
-            p = formatG7(p, nn[i].x);
-            *p++ = ' ';
-            if (place.swapYZ) {
-                p = formatG7(p, nn[i].z);
-                *p++ = ' ';
-                p = formatG7(p, -nn[i].y);
-            } else {
-                p = formatG7(p, nn[i].y);
-                *p++ = ' ';
-                p = formatG7(p, nn[i].z);
-            }
-            *p++ = '\n';
-            out.commit(p);
+            if (place.swapYZ)
+                writeObjLine(out, "vn", nn[i].x, nn[i].z, -nn[i].y);
+            else
+                writeObjLine(out, "vn", nn[i].x, nn[i].y, nn[i].z);
         }
     }
     out.write("g default\n");

@@ -49,6 +49,35 @@ private:
     bool m_failed = false;
 };
 
+// One OBJ line of a tag ("v", "vt", "vn") and two or three numbers in the
+// seven-digit form.
+inline void writeObjLine(KvoTextOut& out, const char* tag, double x, double y)
+{
+    char* p = out.reserve(96);
+    while (*tag)
+        *p++ = *tag++;
+    *p++ = ' ';
+    p = formatG7(p, x);
+    *p++ = ' ';
+    p = formatG7(p, y);
+    *p++ = '\n';
+    out.commit(p);
+}
+inline void writeObjLine(KvoTextOut& out, const char* tag, double x, double y, double z)
+{
+    char* p = out.reserve(128);
+    while (*tag)
+        *p++ = *tag++;
+    *p++ = ' ';
+    p = formatG7(p, x);
+    *p++ = ' ';
+    p = formatG7(p, y);
+    *p++ = ' ';
+    p = formatG7(p, z);
+    *p++ = '\n';
+    out.commit(p);
+}
+
 // A mesh as it goes to the file. indices hold three numbers a triangle, or six
 // (vertex and UV index of each corner in turn) for a corner-indexed mesh.
 struct QV_EXPORT CKvoSmartMesh {

@@ -9,39 +9,17 @@
 
 #include "MainWindow.h"
 #include "SampleProject.h"
-#include "SampleWriter.h"
+#include "WindowTest.h"
 #include "autotexture/KvoTaskTexAutoSelBest.h"
 #include "autotexture/QDlgTxtAutoSelBest.h"
-#include "camera/KvoVirtualCamera.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
 
 namespace {
 
-class AutoSelectMenu : public qvtest::ViewerTest {
+class AutoSelectMenu : public qvtest::WindowTest {
 protected:
-    void SetUp() override
-    {
-        ViewerTest::SetUp();
-        window.reset(new quovara::MainWindow(vm));
-        window->resize(1200, 800);
-        window->show();
-        QApplication::processEvents();
-    }
-    void TearDown() override
-    {
-        window.reset();
-        ViewerTest::TearDown();
-    }
-    QAction* action(const QString& text) const
-    {
-        for (QAction* menu : window->menuBar()->actions())
-            for (QAction* a : menu->menu()->actions())
-                if (a->text().remove('&') == text)
-                    return a;
-        return nullptr;
-    }
     QDockWidget* toolDock() const
     {
         for (QDockWidget* d : window->findChildren<QDockWidget*>())
@@ -56,7 +34,6 @@ protected:
                 return b;
         return nullptr;
     }
-    std::unique_ptr<quovara::MainWindow> window;
 };
 
 } // namespace
@@ -73,19 +50,10 @@ TEST_F(AutoSelectMenu, TheSessionLivesInTheToolDock)
     o.photoWidth = 400;
     o.photoHeight = 300;
     o.texelsPerMetre = 10;
-    std::string error;
-    ASSERT_TRUE(qvsample::writeSample(o, scratch.file("scene").toStdString(), &error, nullptr, nullptr)) << error;
     QString why;
-    ASSERT_EQ(qvsample::buildProjectFromSample(scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
+    ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
         << why.toStdString();
-    for (long id = 1; id <= 2; ++id) {
-        getMM()->setActiveImageId(id);
-        ZebQVVCParam p;
-        ASSERT_TRUE(getMM()->getVCParam(id, p));
-        zebUI::_ZebVCMapParam_ frame;
-        ASSERT_TRUE(calVCFrame(id, p, kvoVCFrameModel, frame));
-        VCMapping(p, frame, false, false, true, nullptr);
-    }
+    ASSERT_EQ(qvsample::mapThroughStoredCameras(), 2);
     window->refreshAll();
     ASSERT_TRUE(entry->isEnabled());
 

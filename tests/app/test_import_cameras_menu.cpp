@@ -10,6 +10,7 @@
 
 #include "MainWindow.h"
 #include "SampleProject.h"
+#include "WindowTest.h"
 #include "camera/KvoVirtualCamera.h"
 #include "camera/QDlgImportCameras.h"
 #include "scene/KvoGeometry.h"
@@ -21,31 +22,7 @@ namespace {
 
 const QString kSample = QUOVARA_SOURCE_DIR "/samples/building";
 
-class ImportCamerasMenu : public qvtest::ViewerTest {
-protected:
-    void SetUp() override
-    {
-        ViewerTest::SetUp();
-        window.reset(new quovara::MainWindow(vm));
-        window->resize(1200, 800);
-        window->show();
-        QApplication::processEvents();
-    }
-    void TearDown() override
-    {
-        window.reset();
-        ViewerTest::TearDown();
-    }
-    QAction* action(const QString& text) const
-    {
-        for (QAction* menu : window->menuBar()->actions())
-            for (QAction* a : menu->menu()->actions())
-                if (a->text().remove('&') == text)
-                    return a;
-        return nullptr;
-    }
-    std::unique_ptr<quovara::MainWindow> window;
-};
+class ImportCamerasMenu : public qvtest::WindowTest {};
 
 } // namespace
 

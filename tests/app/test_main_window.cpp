@@ -11,6 +11,7 @@
 #include "MainWindow.h"
 #include "ModelView.h"
 #include "Panels.h"
+#include "WindowTest.h"
 #include "commands/QDlgProjectNew.h"
 #include "platform/KvoSampleScene.h"
 #include "support/ViewerSupport.h"
@@ -19,29 +20,8 @@ using namespace kvo;
 
 namespace {
 
-class MainWindowTest : public qvtest::ViewerTest {
+class MainWindowTest : public qvtest::WindowTest {
 protected:
-    void SetUp() override
-    {
-        ViewerTest::SetUp();
-        window.reset(new quovara::MainWindow(vm));
-        window->resize(1200, 800);
-        window->show();
-        QApplication::processEvents();
-    }
-    void TearDown() override
-    {
-        window.reset();
-        ViewerTest::TearDown();
-    }
-    QAction* action(const QString& text) const
-    {
-        for (QAction* menu : window->menuBar()->actions())
-            for (QAction* a : menu->menu()->actions())
-                if (a->text().remove('&') == text)
-                    return a;
-        return nullptr;
-    }
     void send(QWidget* w, QEvent::Type type, QPoint pos, Qt::MouseButton button, Qt::MouseButtons buttons)
     {
         QMouseEvent e(type, pos, w->mapToGlobal(pos), button, buttons, Qt::NoModifier);
@@ -54,7 +34,6 @@ protected:
         send(w, QEvent::MouseMove, to, Qt::NoButton, button);
         send(w, QEvent::MouseButtonRelease, to, button, Qt::NoButton);
     }
-    std::unique_ptr<quovara::MainWindow> window;
 };
 
 double distance(const XPnt3d& a, const XPnt3d& b)

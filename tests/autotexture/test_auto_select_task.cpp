@@ -12,10 +12,8 @@
 #include <map>
 
 #include "SampleProject.h"
-#include "SampleWriter.h"
 #include "autotexture/KvoTaskTexAutoSelBest.h"
 #include "autotexture/QDlgTxtAutoSelBest.h"
-#include "camera/KvoVirtualCamera.h"
 #include "commands/KvoCommands.h"
 #include "support/ViewerSupport.h"
 
@@ -61,26 +59,15 @@ protected:
         o.photoWidth = 480;
         o.photoHeight = 360;
         o.texelsPerMetre = 12;
-        std::string error;
-        ASSERT_TRUE(qvsample::writeSample(o, scratch.file("scene").toStdString(), &error, nullptr, nullptr)) << error;
         QString why;
-        ASSERT_EQ(qvsample::buildProjectFromSample(scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
+        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
             << why.toStdString();
         mm = getMM();
         ref_ptr<IKvoProject> project;
         mm->getProject(project)->getImageDb(db);
         db->getImageIds(ids);
         // Every photograph mapped through its camera: texture meshes that overlap.
-        for (long id : ids->vec()) {
-            mm->setActiveImageId(id);
-            ZebQVVCParam p;
-            ASSERT_TRUE(mm->getVCParam(id, p));
-            zebUI::_ZebVCMapParam_ frame;
-            ASSERT_TRUE(calVCFrame(id, p, kvoVCFrameModel, frame));
-            VCMapping(p, frame, false, false, true, nullptr);
-        }
-        mm->commitTexEdit();
-        mm->closeTexEdit();
+        ASSERT_EQ(qvsample::mapThroughStoredCameras(), 3);
         ASSERT_EQ(mm->getTexMeshCount(), 3);
         vm->setProgress(&progress);
         progress.setListener([this](double, const QString& caption) {

@@ -10,7 +10,6 @@
 #include <map>
 
 #include "SampleProject.h"
-#include "SampleWriter.h"
 #include "autotexture/KvoBestImage.h"
 #include "autotexture/KvoViewSelection.h"
 #include "camera/KvoVirtualCamera.h"
@@ -61,10 +60,8 @@ protected:
         o.photoWidth = 640;
         o.photoHeight = 480;
         o.texelsPerMetre = 24;
-        std::string error;
-        ASSERT_TRUE(qvsample::writeSample(o, scratch.file("scene").toStdString(), &error, nullptr, &scene)) << error;
         QString why;
-        ASSERT_EQ(qvsample::buildProjectFromSample(scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
+        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why, &scene), kvoOk)
             << why.toStdString();
         ref_ptr<IKvoProject> project;
         getMM()->getProject(project)->getImageDb(db);

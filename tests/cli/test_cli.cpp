@@ -3,24 +3,13 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include "CliRun.h"
 #include "support/TestSupport.h"
 
 namespace {
 
-struct CliRun {
-    int code;
-    QString out;
-    QString err;
-};
-
-CliRun cli(const QStringList& args)
-{
-    QProcess p;
-    p.start(QUOVARA_CLI_PATH, args);
-    p.waitForFinished(120000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
-}
+using qvtest::cli;
+using qvtest::CliRun;
 
 } // namespace
 

@@ -8,6 +8,7 @@
 
 #include <map>
 
+#include "CliRun.h"
 #include "scene/KvoStore.h"
 #include "support/TestSupport.h"
 
@@ -15,20 +16,8 @@ using namespace kvo;
 
 namespace {
 
-struct CliRun {
-    int code;
-    QString out;
-    QString err;
-};
-
-CliRun cli(const QStringList& args)
-{
-    QProcess p;
-    p.start(QUOVARA_CLI_PATH, args);
-    p.waitForFinished(300000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
-}
+using qvtest::cli;
+using qvtest::CliRun;
 
 class CliAutoTexture : public qvtest::StoreTest {
 protected:

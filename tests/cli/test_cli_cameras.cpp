@@ -13,6 +13,7 @@
 
 #include <cmath>
 
+#include "CliRun.h"
 #include "camera/KvoVirtualCamera.h"
 #include "scene/KvoStore.h"
 #include "support/TestSupport.h"
@@ -23,20 +24,8 @@ namespace {
 
 const QString kSample = QUOVARA_SOURCE_DIR "/samples/building";
 
-struct CliRun {
-    int code;
-    QString out;
-    QString err;
-};
-
-CliRun cli(const QStringList& args)
-{
-    QProcess p;
-    p.start(QUOVARA_CLI_PATH, args);
-    p.waitForFinished(120000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(p.readAllStandardOutput()),
-            QString::fromUtf8(p.readAllStandardError())};
-}
+using qvtest::cli;
+using qvtest::CliRun;
 
 // A true camera of the sample, as its scene description gives it.
 struct TrueCamera {

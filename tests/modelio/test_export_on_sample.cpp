@@ -12,8 +12,6 @@
 #include <random>
 
 #include "SampleProject.h"
-#include "SampleWriter.h"
-#include "camera/KvoVirtualCamera.h"
 #include "modelio/KvoModelExport.h"
 #include "modelio/KvoObjReader.h"
 #include "scene/KvoUV.h"
@@ -34,23 +32,12 @@ protected:
         o.photoWidth = 640;
         o.photoHeight = 480;
         o.texelsPerMetre = 24;
-        std::string error;
-        ASSERT_TRUE(qvsample::writeSample(o, scratch.file("scene").toStdString(), &error, nullptr, nullptr)) << error;
         QString why;
-        ASSERT_EQ(qvsample::buildProjectFromSample(scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
+        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
             << why.toStdString();
         ref_ptr<IKvoProject> project;
         getMM()->getProject(project)->getImageDb(db);
-        ref_ptr<LongArray> ids;
-        db->getImageIds(ids);
-        for (long id : ids->vec()) {
-            getMM()->setActiveImageId(id);
-            ZebQVVCParam p;
-            ASSERT_TRUE(getMM()->getVCParam(id, p));
-            zebUI::_ZebVCMapParam_ frame;
-            ASSERT_TRUE(calVCFrame(id, p, kvoVCFrameModel, frame));
-            VCMapping(p, frame, false, false, true, nullptr);
-        }
+        ASSERT_EQ(qvsample::mapThroughStoredCameras(), 4);
         getMM()->getTexMeshes(meshes);
         ASSERT_EQ(meshes->getCount(), 4);
     }
@@ -97,9 +84,9 @@ protected:
     }
 
     // Mean colour difference between the exported model and the project, at
-    // random points of the exported triangles. expected(triangle) tells which
-    // texture mesh the project shows the triangle through.
-    double compare(const QString& objFile, const std::function<int(const XTrip<unsigned>&)>& owner, long& points)
+    // random points of the exported triangles. owner tells which texture mesh
+    // the project shows each triangle through.
+    double compare(const QString& objFile, const std::map<XTrip<unsigned>, int>& owner, long& points)
     {
         QvObjModel obj;
         EXPECT_EQ(readObjFile(obj, objFile, nullptr), 0);
@@ -143,9 +130,10 @@ protected:
                         return 1e9;
                     v[k] = it->second;
                 }
-                const int m = owner(XTrip<unsigned>(v[0], v[1], v[2]).normalized());
-                if (m < 0)
+                const auto own = owner.find(XTrip<unsigned>(v[0], v[1], v[2]).normalized());
+                if (own == owner.end())
                     continue;
+                const int m = own->second;
                 for (int s = 0; s < 2; ++s) {
                     double w[3] = {r01(rng), r01(rng), 0};
                     if (w[0] + w[1] > 1) {
@@ -202,13 +190,7 @@ TEST_F(ExportOnSample, RespectiveExportShowsWhatTheProjectShowsAndReadsBackEvery
     EXPECT_EQ(r.faces, long(owner.size())) << "every textured triangle once";
 
     long points = 0;
-    const double diff = compare(
-        r.objFile,
-        [&](const XTrip<unsigned>& t) {
-            auto it = owner.find(t);
-            return it == owner.end() ? -1 : it->second;
-        },
-        points);
+    const double diff = compare(r.objFile, owner, points);
     EXPECT_GT(points, 2000);
     // JPEG at quality 95 is all that separates the two.
     EXPECT_LT(diff, 3.0);
@@ -230,13 +212,7 @@ TEST_F(ExportOnSample, AtlasExportShowsWhatTheProjectShows)
     EXPECT_GT(r.efficiency, 0.6);
     const auto owner = lastOwner(*meshes);
     long points = 0;
-    const double diff = compare(
-        r.objFile,
-        [&](const XTrip<unsigned>& t) {
-            auto it = owner.find(t);
-            return it == owner.end() ? -1 : it->second;
-        },
-        points);
+    const double diff = compare(r.objFile, owner, points);
     EXPECT_GT(points, 2000);
     EXPECT_LT(diff, 3.0);
     RecordProperty("atlas_mean_colour_difference", std::to_string(diff));

@@ -1,0 +1,45 @@
+#pragma once
+
+// The main window shown in-process over a fresh viewer manager, and its menu
+// entries found by their text.
+
+#include <QAction>
+#include <QApplication>
+#include <QMenu>
+#include <QMenuBar>
+
+#include <memory>
+
+#include "MainWindow.h"
+#include "support/ViewerSupport.h"
+
+namespace qvtest {
+
+class WindowTest : public ViewerTest {
+protected:
+    void SetUp() override
+    {
+        ViewerTest::SetUp();
+        window.reset(new quovara::MainWindow(vm));
+        window->resize(1200, 800);
+        window->show();
+        QApplication::processEvents();
+    }
+    void TearDown() override
+    {
+        window.reset();
+        ViewerTest::TearDown();
+    }
+    // The menu entry with this text (ampersands left out), or null.
+    QAction* action(const QString& text) const
+    {
+        for (QAction* menu : window->menuBar()->actions())
+            for (QAction* a : menu->menu()->actions())
+                if (a->text().remove('&') == text)
+                    return a;
+        return nullptr;
+    }
+    std::unique_ptr<quovara::MainWindow> window;
+};
+
+} // namespace qvtest
