@@ -370,12 +370,6 @@ bool packAt(std::vector<Chart>& charts, const std::vector<unsigned>& order, doub
     return true;
 }
 
-void progressStep(kvo::IKvoProgress* progress, double fraction)
-{
-    if (progress)
-        progress->step(fraction);
-}
-
 } // namespace
 
 long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* triangles, long triangleCount,
@@ -414,7 +408,7 @@ long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* tria
 
     std::vector<uint32_t> nbStart, nb;
     kvo::faceEdgeNeighbours(triangles, triangleCount, nbStart, nb);
-    progressStep(progress, 0.2);
+    kvo::prgStep(progress, 0.2);
 
     // Chart growth.
     std::vector<Chart> charts;
@@ -528,7 +522,7 @@ long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* tria
         }
         fitRectangle(c);
     }
-    progressStep(progress, 0.5);
+    kvo::prgStep(progress, 0.5);
 
     // Sheets and scale. Without source resolutions one sheet is filled; with
     // them the layout takes as many sheets as the charts need at the
@@ -593,7 +587,7 @@ long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* tria
     }
     long used = 0;
     packAt(charts, order, loScale, atlasSize, gutter, sheets, &used);
-    progressStep(progress, 0.9);
+    kvo::prgStep(progress, 0.9);
 
     // UVs.
     const double inv = 1.0 / double(atlasSize);
@@ -630,7 +624,7 @@ long calUVForMesh(const XPnt3f* vertices, long vertexCount, const unsigned* tria
     out.sheetCount = used;
     out.chartCount = long(charts.size());
     out.efficiency = used > 0 ? covered / double(used) : 0.0;
-    progressStep(progress, 1.0);
+    kvo::prgStep(progress, 1.0);
     return 0;
 }
 
