@@ -26,6 +26,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// The least cosine between a face's normal and the direction to the camera.
+constexpr double kMinFacing = 1e-3;
+
 double secondsSince(Clock::time_point t0)
 {
     return std::chrono::duration<double>(Clock::now() - t0).count();
@@ -143,6 +146,42 @@ bool depthRange(Camera& c, const Geometry& g)
     return true;
 }
 
+// Whether the segment from the eye to p (world, in double) crosses face g
+// before reaching p; an occluder closer to p than a ten-thousandth of the
+// distance does not count.
+bool crossesBefore(const Geometry& g, long face, const double eye[3], const double p[3])
+{
+    const float* a = g.xyz + 3 * g.tri[3 * face];
+    const float* b = g.xyz + 3 * g.tri[3 * face + 1];
+    const float* c = g.xyz + 3 * g.tri[3 * face + 2];
+    const double e1[3] = {double(b[0]) - a[0], double(b[1]) - a[1], double(b[2]) - a[2]};
+    const double e2[3] = {double(c[0]) - a[0], double(c[1]) - a[1], double(c[2]) - a[2]};
+    const double d[3] = {p[0] - eye[0], p[1] - eye[1], p[2] - eye[2]};
+    const double h[3] = {d[1] * e2[2] - d[2] * e2[1], d[2] * e2[0] - d[0] * e2[2], d[0] * e2[1] - d[1] * e2[0]};
+    const double det = e1[0] * h[0] + e1[1] * h[1] + e1[2] * h[2];
+    if (std::fabs(det) < 1e-300)
+        return false;
+    const double s[3] = {eye[0] - a[0], eye[1] - a[1], eye[2] - a[2]};
+    const double u = (s[0] * h[0] + s[1] * h[1] + s[2] * h[2]) / det;
+    if (u < 0 || u > 1)
+        return false;
+    const double q[3] = {s[1] * e1[2] - s[2] * e1[1], s[2] * e1[0] - s[0] * e1[2], s[0] * e1[1] - s[1] * e1[0]};
+    const double v = (d[0] * q[0] + d[1] * q[1] + d[2] * q[2]) / det;
+    if (v < 0 || u + v > 1)
+        return false;
+    const double t = (e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2]) / det;
+    return t > 1e-9 && t < 1 - 1e-4;
+}
+
+bool shareVertex(const uint32_t* tri, long f, long g)
+{
+    for (int a = 0; a < 3; ++a)
+        for (int b = 0; b < 3; ++b)
+            if (tri[3 * f + a] == tri[3 * g + b])
+                return true;
+    return false;
+}
+
 // The faces a camera sees whole: in front, facing it, inside the picture, and
 // not hidden at the centre or near any corner. Fills the rasteriser too.
 void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer& raster, std::vector<uint8_t>& seen)
@@ -158,6 +197,7 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
     raster.setCamera(mv, pr, cam.rw, cam.rh);
     raster.draw(reinterpret_cast<const XPnt3f*>(g.xyz), g.nv, g.tri, g.nf, 0, false);
     const float* depth = raster.depthBuffer();
+    const int32_t* shown = raster.faceBuffer();
     const double n = cam.near, fa = cam.far;
     const double sx = double(cam.rw) / cam.w, sy = double(cam.rh) / cam.h;
 #pragma omp parallel for schedule(dynamic, 4096)
@@ -169,18 +209,23 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
         const double d[3] = {cam.C[0] - ctr[0], cam.C[1] - ctr[1], cam.C[2] - ctr[2]};
         const double dl = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
         const double facing = (d[0] * nrm[0] + d[1] * nrm[1] + d[2] * nrm[2]) / std::max(dl, 1e-300);
-        if (facing < 0.1)
+        // Grazing views stay candidates: the data term makes them the last
+        // resort, and a poor view beats a hole.
+        if (facing < kMinFacing)
             continue;
+        // One raster pixel of a slanted face spans this much depth.
+        const double slope = std::min(10.0, std::sqrt(std::max(0.0, 1 - facing * facing)) / facing);
         // The centre, and the corners drawn a fifth of the way in, so that a
         // sample does not land on the neighbour's pixel or the background.
         bool ok = true;
         double pc[3];
         cam.toCamera(ctr, pc);
         for (int s = 0; s < 4 && ok; ++s) {
-            double p[3];
+            double p[3], w[3]; // camera and world
             if (s < 3) {
+                const float* cw = g.xyz + 3 * g.tri[3 * f + s];
                 double q[3];
-                cam.toCamera(g.xyz + 3 * g.tri[3 * f + s], q);
+                cam.toCamera(cw, q);
                 // Corners themselves must be inside the picture.
                 if (q[2] <= n)
                     ok = false;
@@ -188,20 +233,45 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
                     const double u = cam.f * q[0] / q[2] + cam.cx, v = cam.f * q[1] / q[2] + cam.cy;
                     ok = u >= 0 && v >= 0 && u <= cam.w && v <= cam.h;
                 }
-                for (int k = 0; k < 3; ++k)
+                for (int k = 0; k < 3; ++k) {
                     p[k] = 0.8 * q[k] + 0.2 * pc[k];
+                    w[k] = 0.8 * cw[k] + 0.2 * ctr[k];
+                }
             } else {
                 std::memcpy(p, pc, sizeof p);
+                for (int k = 0; k < 3; ++k)
+                    w[k] = ctr[k];
             }
             if (!ok || p[2] <= n)
                 break;
             const double u = (cam.f * p[0] / p[2] + cam.cx) * sx, v = (cam.f * p[1] / p[2] + cam.cy) * sy;
+            // The faces shown at the four pixel centres around the sample are
+            // tested exactly against its line of sight: this settles an
+            // occluder lying just in front of the face, which no depth
+            // tolerance can tell from the face itself.
+            const int x0 = int(std::floor(u - 0.5)), y0 = int(std::floor(v - 0.5));
+            long tested[4];
+            int nt = 0;
+            for (int k = 0; k < 4 && ok; ++k) {
+                const int x = std::min(cam.rw - 1, std::max(0, x0 + (k & 1)));
+                const int y = std::min(cam.rh - 1, std::max(0, y0 + (k >> 1)));
+                const long h = shown[size_t(y) * size_t(cam.rw) + size_t(x)];
+                if (h < 0 || h == f || std::find(tested, tested + nt, h) != tested + nt)
+                    continue;
+                tested[nt++] = h;
+                ok = !crossesBefore(g, h, cam.C, w);
+            }
+            if (!ok)
+                break;
+            // Something farther in front, behind the faces shown around the
+            // sample: the depth at the sample's pixel, unless that pixel shows
+            // the face or a neighbour of it.
             const int x = std::min(cam.rw - 1, std::max(0, int(u))), y = std::min(cam.rh - 1, std::max(0, int(v)));
-            const double wd = depth[size_t(y) * size_t(cam.rw) + size_t(x)];
-            const double zBuf = 2 * n * fa / (fa + n - (2 * wd - 1) * (fa - n));
-            // One raster pixel of a slanted face spans this much depth; the
-            // depth buffer holds the nearest surface at the pixel's centre.
-            const double slope = std::sqrt(std::max(0.0, 1 - facing * facing)) / facing;
+            const size_t at = size_t(y) * size_t(cam.rw) + size_t(x);
+            const long h = shown[at];
+            if (h < 0 || h == f || shareVertex(g.tri, f, h))
+                continue;
+            const double zBuf = 2 * n * fa / (fa + n - (2 * double(depth[at]) - 1) * (fa - n));
             const double tol = p[2] * (0.001 + 1.5 * (1 + slope) / (cam.f * cam.scale));
             ok = p[2] <= zBuf + tol;
         }
