@@ -1,5 +1,5 @@
-// The whole-model selection on the project: cameras from the images' virtual-
-// camera records, the faces of the bare meshes, and the result written back
+// The whole-model selection on the project: cameras from the images' kept DLT
+// parameters or their virtual-camera records, the faces of the bare meshes, and the result written back
 // as one texture mesh a photograph.
 
 #include "autotexture/KvoBestImage.h"
@@ -12,7 +12,10 @@
 #include <cstring>
 #include <map>
 
+#include <opencv2/core.hpp>
+
 #include "autotexture/KvoViewSelection.h"
+#include "camera/KvoCameraFiles.h"
 #include "camera/KvoVirtualCamera.h"
 #include "commands/KvoCommands.h"
 #include "platform/KvoCameraMath.h"
@@ -45,6 +48,35 @@ void camInfoFromRecord(const ZebQVVCParam& p, long w, long h, Rec3D::CamInfo& ou
     out.K[8] = 1;
     out.width = int32_t(w);
     out.height = int32_t(h);
+}
+
+// The camera of DLT parameters kept for an image (picture positions 0 to 1
+// from the bottom-left corner, as the DLT mapping writes them), when the image
+// was not mapped since by a virtual camera or a plane: x = W u and y = H (1 - v)
+// make the DLT a projection matrix in pixels, whose K, R, T are exact.
+bool camInfoFromDlt(IKvoMM& mm, long id, long mappingType, long w, long h, Rec3D::CamInfo& out)
+{
+    if (mappingType == 1 || mappingType == 2)
+        return false;
+    QByteArray blob;
+    if (!mm.getProjectBlob("ZebCtrlPntMapping", QString("%1_DLTParam").arg(id), blob) ||
+        blob.size() != int(11 * sizeof(double)))
+        return false;
+    double L[11];
+    std::memcpy(L, blob.constData(), sizeof L);
+    const double W = double(w), H = double(h);
+    double P[12];
+    for (int k = 0; k < 4; ++k) {
+        const double d = k < 3 ? L[8 + k] : 1.0;
+        P[k] = -W * L[k];
+        P[4 + k] = H * (L[4 + k] + d);
+        P[8 + k] = d;
+    }
+    if (!decomposeProjection(P, out.K, out.R, out.T))
+        return false;
+    out.width = int32_t(w);
+    out.height = int32_t(h);
+    return true;
 }
 
 // Outside the picture a coordinate folds back in rather than sticking to the edge.
@@ -91,6 +123,7 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
     db->getImageIds(ids);
     std::vector<Rec3D::CamInfo> cams;
     std::vector<long> camImage;
+    std::vector<bool> throughDlt;
     std::map<uint16_t, long> narrowed;
     for (long id : ids ? ids->vec() : std::vector<long>()) {
         ref_ptr<IKvoImageInfo> info;
@@ -121,8 +154,11 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
         }
         narrowed[key] = id;
         Rec3D::CamInfo cam;
-        camInfoFromRecord(param, size.x, size.y, cam);
+        const bool dlt = camInfoFromDlt(*mm, id, info->getMappingType(), size.x, size.y, cam);
+        if (!dlt)
+            camInfoFromRecord(param, size.x, size.y, cam);
         cam.id = key;
+        throughDlt.push_back(dlt);
         const QByteArray path = info->getFilePath(1).toLocal8Bit();
         std::strncpy(cam.path, path.constData(), sizeof cam.path - 1);
         cams.push_back(cam);
@@ -162,8 +198,18 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
     {
         KvoPrgPush push(progress, 0.8);
         static_assert(sizeof(XPnt3f) == 3 * sizeof(float), "vertices are packed");
-        Rec3D::RecMesh::selectViews(reinterpret_cast<const float*>(verts), nv, tri.data(), nf, cams,
-                                    Rec3D::RecMesh::ViewSelectionOptions(), labels, &stats, progress);
+        // The pixels the texture meshes will show: the project's copy, which
+        // camera import may have undistorted (and not yet saved).
+        Rec3D::RecMesh::ViewSelectionOptions options;
+        options.picture = [&](size_t i, cv::Mat& rgba) {
+            ref_ptr<IKvoImage> pixels;
+            if (!db->getTexture(pixels, camImage[i], 2) && !db->getTexture(pixels, camImage[i], 1))
+                return false;
+            pixels->getMat(rgba);
+            return !rgba.empty();
+        };
+        Rec3D::RecMesh::selectViews(reinterpret_cast<const float*>(verts), nv, tri.data(), nf, cams, options, labels,
+                                    &stats, progress);
     }
     rep.candidates = stats.candidates;
     rep.textured = stats.textured;
@@ -224,7 +270,7 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
         tex->setUVs(uv.get());
         ref_ptr<IKvoImageInfo> info;
         if (db->getImageInfo(info, id) && info)
-            info->setMappingType(1);
+            info->setMappingType(throughDlt[i] ? 0 : 1);
         ++rep.imagesUsed;
     }
     mm->setDirty(true);

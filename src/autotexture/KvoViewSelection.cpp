@@ -77,7 +77,9 @@ Geometry makeGeometry(const float* xyz, long nv, const uint32_t* tri, long nf)
 
 // A camera ready for projection, with its GL matrices for the rasteriser.
 struct Camera {
-    double R[9], T[3], f, cx, cy;
+    double R[9], T[3];
+    double fx, fy, skew, cx, cy;
+    double f; // the mean focal length, for depth tolerances
     int w, h;
     double C[3]; // the eye in the world
     double near = 0, far = 0;
@@ -88,9 +90,15 @@ struct Camera {
     {
         std::memcpy(R, c.R, sizeof R);
         std::memcpy(T, c.T, sizeof T);
-        f = 0.5 * (c.K[0] + c.K[4]);
-        cx = c.K[2];
-        cy = c.K[5];
+        // K as an upper triangle with K[8] = 1; a camera from a general
+        // projection matrix may have unequal focal lengths and a skew.
+        const double k = c.K[8] != 0 ? c.K[8] : 1.0;
+        fx = c.K[0] / k;
+        skew = c.K[1] / k;
+        cx = c.K[2] / k;
+        fy = c.K[4] / k;
+        cy = c.K[5] / k;
+        f = 0.5 * (fx + fy);
         w = c.width;
         h = c.height;
         for (int i = 0; i < 3; ++i)
@@ -101,7 +109,13 @@ struct Camera {
         for (int i = 0; i < 3; ++i)
             out[i] = R[3 * i] * p[0] + R[3 * i + 1] * p[1] + R[3 * i + 2] * p[2] + T[i];
     }
-    bool valid() const { return w > 0 && h > 0 && f > 0; }
+    // Picture position of a point in camera coordinates (z > 0).
+    void pixel(const double q[3], double& u, double& v) const
+    {
+        u = (fx * q[0] + skew * q[1]) / q[2] + cx;
+        v = fy * q[1] / q[2] + cy;
+    }
+    bool valid() const { return w > 0 && h > 0 && fx > 0 && fy > 0; }
 };
 
 // Column-major model-view and projection of a pinhole camera in GL terms: GL's
@@ -117,9 +131,10 @@ void glMatrices(const Camera& c, double mv[16], double pr[16])
         mv[12 + r] = flip[r] * c.T[r];
     }
     mv[15] = 1;
-    pr[0] = 2 * c.f / c.w;
+    pr[0] = 2 * c.fx / c.w;
+    pr[4] = -2 * c.skew / c.w;
     pr[8] = 1 - 2 * c.cx / c.w;
-    pr[5] = 2 * c.f / c.h;
+    pr[5] = 2 * c.fy / c.h;
     pr[9] = 2 * c.cy / c.h - 1;
     pr[10] = -(c.far + c.near) / (c.far - c.near);
     pr[14] = -2 * c.far * c.near / (c.far - c.near);
@@ -230,7 +245,8 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
                 if (q[2] <= n)
                     ok = false;
                 else {
-                    const double u = cam.f * q[0] / q[2] + cam.cx, v = cam.f * q[1] / q[2] + cam.cy;
+                    double u, v;
+                    cam.pixel(q, u, v);
                     ok = u >= 0 && v >= 0 && u <= cam.w && v <= cam.h;
                 }
                 for (int k = 0; k < 3; ++k) {
@@ -244,7 +260,10 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
             }
             if (!ok || p[2] <= n)
                 break;
-            const double u = (cam.f * p[0] / p[2] + cam.cx) * sx, v = (cam.f * p[1] / p[2] + cam.cy) * sy;
+            double u, v;
+            cam.pixel(p, u, v);
+            u *= sx;
+            v *= sy;
             // The faces shown at the four pixel centres around the sample are
             // tested exactly against its line of sight: this settles an
             // occluder lying just in front of the face, which no depth
@@ -280,22 +299,43 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
 }
 
 // The picture at raster size: colour and gradient magnitude.
-bool loadPicture(const CamInfo& info, const Camera& cam, cv::Mat& rgb, cv::Mat& gradient)
+bool loadPicture(const CamInfo& info, const Camera& cam, const ViewSelectionOptions& opt, size_t index, cv::Mat& rgb,
+                 cv::Mat& gradient)
 {
-    // Decoding at a reduced size is much faster than decoding and shrinking.
-    const double s = cam.scale;
-    const int flag = s <= 0.125  ? cv::IMREAD_REDUCED_COLOR_8
-                     : s <= 0.25 ? cv::IMREAD_REDUCED_COLOR_4
-                     : s <= 0.5  ? cv::IMREAD_REDUCED_COLOR_2
-                                 : cv::IMREAD_COLOR;
-    cv::Mat bgr = cv::imread(info.path, flag);
-    if (bgr.empty())
-        return false;
-    if (bgr.cols != cam.rw || bgr.rows != cam.rh)
-        cv::resize(bgr, bgr, cv::Size(cam.rw, cam.rh), 0, 0, cv::INTER_AREA);
-    cv::cvtColor(bgr, rgb, cv::COLOR_BGR2RGB);
-    cv::Mat gray, gx, gy;
-    cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+    cv::Mat gray;
+    if (opt.picture) {
+        cv::Mat rgba;
+        if (!opt.picture(index, rgba) || rgba.empty() || rgba.depth() != CV_8U)
+            return false;
+        cv::Mat small;
+        if (rgba.cols != cam.rw || rgba.rows != cam.rh)
+            cv::resize(rgba, small, cv::Size(cam.rw, cam.rh), 0, 0, cv::INTER_AREA);
+        else
+            small = rgba;
+        const int ch = small.channels();
+        if (ch != 4 && ch != 3 && ch != 1)
+            return false;
+        if (ch == 3)
+            rgb = small;
+        else
+            cv::cvtColor(small, rgb, ch == 4 ? cv::COLOR_RGBA2RGB : cv::COLOR_GRAY2RGB);
+        cv::cvtColor(rgb, gray, cv::COLOR_RGB2GRAY);
+    } else {
+        // Decoding at a reduced size is much faster than decoding and shrinking.
+        const double s = cam.scale;
+        const int flag = s <= 0.125  ? cv::IMREAD_REDUCED_COLOR_8
+                         : s <= 0.25 ? cv::IMREAD_REDUCED_COLOR_4
+                         : s <= 0.5  ? cv::IMREAD_REDUCED_COLOR_2
+                                     : cv::IMREAD_COLOR;
+        cv::Mat bgr = cv::imread(info.path, flag);
+        if (bgr.empty())
+            return false;
+        if (bgr.cols != cam.rw || bgr.rows != cam.rh)
+            cv::resize(bgr, bgr, cv::Size(cam.rw, cam.rh), 0, 0, cv::INTER_AREA);
+        cv::cvtColor(bgr, rgb, cv::COLOR_BGR2RGB);
+        cv::cvtColor(bgr, gray, cv::COLOR_BGR2GRAY);
+    }
+    cv::Mat gx, gy;
     cv::Sobel(gray, gx, CV_32F, 1, 0, 3);
     cv::Sobel(gray, gy, CV_32F, 0, 1, 3);
     cv::magnitude(gx, gy, gradient);
@@ -320,8 +360,7 @@ void measureCandidates(const Camera& cam, const Geometry& g, const std::vector<u
         for (int k = 0; k < 3; ++k) {
             double q[3];
             cam.toCamera(g.xyz + 3 * g.tri[3 * f + k], q);
-            u[k] = cam.f * q[0] / q[2] + cam.cx;
-            v[k] = cam.f * q[1] / q[2] + cam.cy;
+            cam.pixel(q, u[k], v[k]);
         }
         const double px = 0.5 * std::fabs((u[1] - u[0]) * (v[2] - v[0]) - (v[1] - v[0]) * (u[2] - u[0]));
         Candidate& c = out[size_t(i)];
@@ -389,7 +428,7 @@ long selectViews(const float* xyz, long nv, const uint32_t* tri, long nf, const 
             st.seconds[0] += secondsSince(t0);
             t0 = Clock::now();
             cv::Mat rgb, gradient;
-            const bool picture = cam.rw > 0 && loadPicture(cams[i], cam, rgb, gradient);
+            const bool picture = cam.rw > 0 && loadPicture(cams[i], cam, opt, i, rgb, gradient);
             measureCandidates(cam, g, seen, picture ? &rgb : nullptr, picture ? &gradient : nullptr, perCam[i]);
             st.seconds[1] += secondsSince(t0);
             kvo::prgStep(progress, 0.6 / double(nc));

@@ -6,11 +6,16 @@
 // docs/best-image.md tells the terms and their weights.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <vector>
 
 #include "scene/KvoExport.h"
 #include "scene/KvoProgress.h"
+
+namespace cv {
+class Mat;
+}
 
 namespace Rec3D {
 
@@ -39,6 +44,10 @@ struct ViewSelectionOptions {
     int rasterMaxSide = 2048; // visibility and pixel sampling at most this many pixels across
     bool optimise = true;     // false: each face its own best view (the greedy choice)
     bool photoConsistency = true;
+    // Where the pictures come from: when set, asked for camera i's pixels as
+    // 8-bit RGBA (or RGB, or grey) of any size (a project hands over what its store holds, which
+    // may be an undistorted picture not yet on disk); else CamInfo::path is read.
+    std::function<bool(size_t camera, cv::Mat& rgba)> picture;
 };
 
 struct ViewSelectionStats {

@@ -6,12 +6,15 @@
 #include <QDir>
 #include <QImage>
 
+#include <opencv2/core.hpp>
+
 #include <cmath>
 #include <map>
 
 #include "SampleProject.h"
 #include "autotexture/KvoBestImage.h"
 #include "autotexture/KvoViewSelection.h"
+#include "camera/KvoCameraFiles.h"
 #include "camera/KvoVirtualCamera.h"
 #include "platform/KvoRasterizer.h"
 #include "scene/KvoUV.h"
@@ -256,6 +259,78 @@ TEST_F(BestImageOnSample, UVsAreTheVirtualCameraUVsAndTheTrueProjection)
         EXPECT_LT(worstVc, 2e-5) << "image " << id;
         EXPECT_LT(worstTrue, 1.0 / cam.width) << "image " << id;
     }
+}
+
+// A photograph whose camera came as a projection matrix that no centred square
+// pinhole matches keeps DLT parameters: the selection must see and write
+// through that camera itself, not through its virtual-camera approximation.
+TEST_F(BestImageOnSample, KeptDltParametersAreTheCameraUsed)
+{
+    const long id = cameraOf.begin()->first;
+    qvsample::SampleCamera skewed = scene.cameras[cameraOf.begin()->second];
+    skewed.fx *= 1.08;
+    skewed.cx += 25;
+    skewed.cy -= 15;
+    double P[12], L[11];
+    skewed.projectionMatrix(P);
+    ASSERT_TRUE(projectionToDlt(P, skewed.width, skewed.height, L));
+    getMM()->setProjectBlob("ZebCtrlPntMapping", QString("%1_DLTParam").arg(id), L, long(sizeof L));
+
+    ASSERT_EQ(selBestImgForFace(nullptr, nullptr), 0);
+    ref_ptr<IKvoMesh> tex;
+    getMM()->getTexMeshOfImage(tex, id);
+    ASSERT_TRUE(tex);
+    ref_ptr<IKvoImageInfo> info;
+    db->getImageInfo(info, id);
+    EXPECT_EQ(info->getMappingType(), 0) << "the image stays mapped by its DLT parameters";
+    double worst = 0;
+    const UIntArray* t = tex->getTriangleIndices();
+    ASSERT_GT(t->getCount(), 0);
+    for (unsigned v : t->vec()) {
+        XPnt2d px;
+        ASSERT_TRUE(skewed.project(XPnt3d(verts[v].x, verts[v].y, verts[v].z), px));
+        const XPnt2d truth = pixelToUv(px.x, px.y, skewed.width, skewed.height);
+        const XPnt2f uv = tex->getUVs()->getAt(long(v));
+        worst = std::max({worst, std::fabs(uv.x - truth.x), std::fabs(uv.y - truth.y)});
+    }
+    EXPECT_LT(worst, 0.1 / skewed.width);
+    long hidden = 0;
+    for (long i = 0; i + 2 < t->getCount(); i += 3)
+        hidden += !seenAtCentre(skewed,
+                                faceOf.at(XTrip<unsigned>(t->getAt(i), t->getAt(i + 1), t->getAt(i + 2)).normalized()));
+    EXPECT_EQ(hidden, 0);
+
+    // Mapped since by its virtual camera, the image no longer answers to them.
+    info->setMappingType(1);
+    ASSERT_EQ(selBestImgForFace(nullptr, nullptr), 0);
+    getMM()->getTexMeshOfImage(tex, id);
+    ASSERT_TRUE(tex);
+    EXPECT_EQ(info->getMappingType(), 1);
+}
+
+// The pixels judged are the ones the project holds, which camera import may
+// have replaced by an undistorted picture not yet saved: a photograph whose
+// pixels in the store are blank loses the faces that others show as well.
+TEST_F(BestImageOnSample, ThePicturesJudgedAreTheProjectsPixels)
+{
+    ASSERT_EQ(selBestImgForFace(nullptr, nullptr), 0);
+    std::map<long, long> before;
+    for (const auto& e : assignment())
+        ++before[e.second];
+    const auto most = std::max_element(before.begin(), before.end(),
+                                       [](const auto& a, const auto& b) { return a.second < b.second; });
+    const long id = most->first;
+    const qvsample::SampleCamera& cam = scene.cameras[cameraOf.at(id)];
+    ref_ptr<IKvoImage> blank = newKvoImage();
+    ASSERT_TRUE(blank->setMat(cv::Mat(cam.height, cam.width, CV_8UC3, cv::Scalar(128, 128, 128))));
+    ASSERT_EQ(db->setTexture(blank, id, 2), kvoOk);
+
+    ASSERT_EQ(selBestImgForFace(nullptr, nullptr), 0);
+    long after = 0;
+    for (const auto& e : assignment())
+        after += e.second == id;
+    std::printf("image %ld: %ld faces with its photograph, %ld with blank pixels\n", id, most->second, after);
+    EXPECT_LT(after, most->second / 2);
 }
 
 // The smoothness term: markedly fewer seams than each face's own best view,
