@@ -20,6 +20,7 @@
 #include "ModelView.h"
 #include "Panels.h"
 #include "autotexture/KvoTaskTexAutoSelBest.h"
+#include "autotexture/QDlgTextureJob.h"
 #include "camera/KvoCameraImport.h"
 #include "commands/KvoCommands.h"
 #include "modelio/KvoImportCommands.h"
@@ -249,6 +250,11 @@ void MainWindow::buildMenus()
 
     QMenu* texture = menuBar()->addMenu(tr("&Texture"));
     m_projectActions << texture->addAction(tr("Auto-Select Best Texture..."), this, [] { cmdOnTexAutoSelBest(); });
+    m_projectActions << texture->addAction(tr("Texture the &Model..."), this, [this] {
+        cmdTextureModel();
+        m_modelView->resetCache();
+        refreshAll();
+    });
 
     QMenu* planes = menuBar()->addMenu(tr("&Planes"));
     m_projectActions << planes->addAction(tr("Projection &Plane Management..."), this,

@@ -103,7 +103,7 @@ XPnt2f uvOf(const Rec3D::CamInfo& c, const XPnt3f& x)
 
 } // namespace
 
-long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
+long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report, const std::function<bool()>& cancelled)
 {
     KvoBestImageReport rep;
     IKvoMM* mm = getMM();
@@ -208,8 +208,13 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report)
             pixels->getMat(rgba);
             return !rgba.empty();
         };
-        Rec3D::RecMesh::selectViews(reinterpret_cast<const float*>(verts), nv, tri.data(), nf, cams, options, labels,
-                                    &stats, progress);
+        options.cancelled = cancelled;
+        if (Rec3D::RecMesh::selectViews(reinterpret_cast<const float*>(verts), nv, tri.data(), nf, cams, options,
+                                        labels, &stats, progress) == -2) {
+            if (report)
+                *report = rep;
+            return kvoBestImageCancelled;
+        }
     }
     rep.candidates = stats.candidates;
     rep.textured = stats.textured;

@@ -7,6 +7,8 @@
 
 #include <QStringList>
 
+#include <functional>
+
 #include "scene/KvoProgress.h"
 #include "scene/KvoStore.h"
 
@@ -15,6 +17,7 @@ namespace kvo {
 enum : long {
     kvoNoCameras = -8300,        // no photograph has a camera
     kvoBestImageIdClash = -8301, // two photographs' ids agree in their low 16 bits
+    kvoBestImageCancelled = -8302,
 };
 
 // What a whole-model selection did.
@@ -33,8 +36,10 @@ struct KvoBestImageReport {
 // texture mesh is rewritten with its faces, and a photograph left without
 // faces loses its mapping. Returns 0, or a negative code (no project, no bare
 // model, no photograph with a camera, two photographs whose ids are equal in
-// their low 16 bits).
-QV_EXPORT long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report);
+// their low 16 bits, cancelled). cancelled is asked between photographs; a
+// cancelled selection changes nothing.
+QV_EXPORT long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report,
+                                 const std::function<bool()>& cancelled = {});
 inline void selBestImgForFace(IKvoProgress* progress)
 {
     selBestImgForFace(progress, nullptr);

@@ -422,6 +422,8 @@ long selectViews(const float* xyz, long nv, const uint32_t* tri, long nf, const 
         kvo::KvoRasterizer raster;
         std::vector<uint8_t> seen;
         for (size_t i = 0; i < nc; ++i) {
+            if (opt.cancelled && opt.cancelled())
+                return -2;
             auto t0 = Clock::now();
             Camera cam(cams[i]);
             findVisible(cam, g, opt.rasterMaxSide, raster, seen);
@@ -541,6 +543,8 @@ long selectViews(const float* xyz, long nv, const uint32_t* tri, long nf, const 
         st.candidates += best >= 0;
     }
     st.seconds[1] += secondsSince(t1);
+    if (opt.cancelled && opt.cancelled())
+        return -2;
 
     // The labelling: label 0 leaves a face unmapped, label i + 1 is camera i.
     auto t2 = Clock::now();

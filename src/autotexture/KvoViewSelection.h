@@ -48,6 +48,9 @@ struct ViewSelectionOptions {
     // 8-bit RGBA (or RGB, or grey) of any size (a project hands over what its store holds, which
     // may be an undistorted picture not yet on disk); else CamInfo::path is read.
     std::function<bool(size_t camera, cv::Mat& rgba)> picture;
+    // Asked between photographs; true stops the selection (result -2, labels
+    // all -1) so that a user's Cancel is heard within one photograph's work.
+    std::function<bool()> cancelled;
 };
 
 struct ViewSelectionStats {
@@ -62,7 +65,8 @@ struct ViewSelectionStats {
 };
 
 // labels: for each face, the index of its photograph in cams, or -1 (no
-// photograph sees it unoccluded). Returns 0, or -1 on bad input.
+// photograph sees it unoccluded). Returns 0, -1 on bad input, -2 when
+// options.cancelled said so.
 QV_EXPORT long selectViews(const float* xyz, long vertexCount, const uint32_t* triangles, long faceCount,
                            const std::vector<CamInfo>& cams, const ViewSelectionOptions& options,
                            std::vector<int>& labels, ViewSelectionStats* stats, kvo::IKvoProgress* progress);

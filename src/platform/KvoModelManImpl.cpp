@@ -755,6 +755,11 @@ void CKvoMM::notifySelMarkCount(unsigned long long count)
         m_selMarkListener(count);
 }
 
+QString projectFolderOf(const QString& projectFile)
+{
+    return CKvoProject::folderFor(projectFile);
+}
+
 IKvoMM* getMM()
 {
     static CKvoMM mm;

@@ -412,4 +412,7 @@ public:
 // The one model manager of the process.
 QV_EXPORT IKvoMM* getMM();
 
+// The folder a project file keeps its pictures and data in.
+QV_EXPORT QString projectFolderOf(const QString& projectFile);
+
 } // namespace kvo
