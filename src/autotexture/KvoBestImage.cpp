@@ -4,6 +4,7 @@
 
 #include "autotexture/KvoBestImage.h"
 
+#include <QFileInfo>
 #include <QObject>
 
 #include <algorithm>
@@ -79,6 +80,14 @@ bool camInfoFromDlt(IKvoMM& mm, long id, long mappingType, long w, long h, Rec3D
     return true;
 }
 
+// "photo_03.jpg (image 3)", for lists of what was passed over.
+QString imageLabel(const IKvoImageInfo& info)
+{
+    const QString file = QFileInfo(info.getFilePath(kvoPathOriginal)).fileName();
+    return file.isEmpty() ? QObject::tr("Image %1").arg(info.getId())
+                          : QObject::tr("%1 (image %2)").arg(file).arg(info.getId());
+}
+
 // Outside the picture a coordinate folds back in rather than sticking to the edge.
 double fold(double u, long size)
 {
@@ -135,13 +144,15 @@ long selBestImgForFace(IKvoProgress* progress, KvoBestImageReport* report, const
                 calVCParam(id, param);
                 mm->setVCParam(id, param);
             } else {
-                rep.skipped << QObject::tr("Image %1: no camera").arg(id);
+                rep.skipped << QObject::tr("%1: no camera").arg(imageLabel(*info));
+                rep.skippedIds.push_back(id);
                 continue;
             }
         }
         XPnt2i size;
         if (!info->getImageSize(size, 1) || size.x <= 0 || size.y <= 0) {
-            rep.skipped << QObject::tr("Image %1: unknown picture size").arg(id);
+            rep.skipped << QObject::tr("%1: unknown picture size").arg(imageLabel(*info));
+            rep.skippedIds.push_back(id);
             continue;
         }
         // The cameras' table is keyed by 16 bits: two ids that share them would

@@ -8,6 +8,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <vector>
 
 #include "scene/KvoProgress.h"
 #include "scene/KvoStore.h"
@@ -22,13 +23,14 @@ enum : long {
 
 // What a whole-model selection did.
 struct KvoBestImageReport {
-    long faces = 0;         // faces of the bare model
-    long candidates = 0;    // faces that some photograph sees unoccluded
-    long textured = 0;      // faces given to a photograph
-    long imagesUsed = 0;    // photographs that got at least one face
-    long seams = 0;         // edge-adjacent face pairs on different photographs
-    double seconds[4] = {}; // visibility, data terms, optimisation, write-back
-    QStringList skipped;    // photographs left out, with the reason
+    long faces = 0;               // faces of the bare model
+    long candidates = 0;          // faces that some photograph sees unoccluded
+    long textured = 0;            // faces given to a photograph
+    long imagesUsed = 0;          // photographs that got at least one face
+    long seams = 0;               // edge-adjacent face pairs on different photographs
+    double seconds[4] = {};       // visibility, data terms, optimisation, write-back
+    QStringList skipped;          // photographs left out, with the reason
+    std::vector<long> skippedIds; // their image ids, in the same order
 };
 
 // Every triangle of the bare model gets the one photograph with a camera that

@@ -4,6 +4,7 @@
 #include <QFileInfo>
 #include <QObject>
 
+#include <algorithm>
 #include <chrono>
 
 #include "autotexture/KvoBestImage.h"
@@ -324,8 +325,14 @@ long textureOpenProject(const KvoTextureJob& job, KvoTextureJobReport& report, I
     report.textured = sel.textured;
     report.seams = sel.seams;
     report.photosUsed = sel.imagesUsed;
-    for (const QString& s : sel.skipped)
-        report.skipped << s;
+    // Photographs the camera import already named are not named twice.
+    for (size_t i = 0; i < size_t(sel.skipped.size()); ++i) {
+        const long id = i < sel.skippedIds.size() ? sel.skippedIds[i] : -1;
+        const bool named = std::any_of(report.cameras.skipped.begin(), report.cameras.skipped.end(),
+                                       [id](const auto& s) { return id >= 0 && s.imageId == id; });
+        if (!named)
+            report.skipped << sel.skipped[int(i)];
+    }
     ref_ptr<IKvoImageDb> db;
     ref_ptr<LongArray> ids;
     project->getImageDb(db);

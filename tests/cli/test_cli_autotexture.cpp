@@ -135,7 +135,7 @@ TEST_F(CliAutoTexture, AutoSelectListsPhotographsLeftOut)
     const CliRun r = cli({"auto-select", project});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(number(r.out, "Skipped"), 1) << r.out.toStdString();
-    EXPECT_TRUE(r.out.contains(QString("Image %1").arg(id))) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(QString("(image %1): no camera").arg(id))) << r.out.toStdString();
 }
 
 TEST_F(CliAutoTexture, SeamlessLeavesEachTriangleInOneMeshAndSaves)
