@@ -16,6 +16,7 @@
 
 #include <iterator>
 
+#include "camera/QDlgImportCameras.h"
 #include "commands/KvoCommands.h"
 #include "platform/KvoProgressImpl.h"
 #include "scene/KvoPresenter.h"
@@ -182,26 +183,18 @@ void QDlgTextureJob::choiceChanged()
 
 void QDlgTextureJob::browseCameras()
 {
-    QString path;
-    if (cameraChoice() == 1 + KvoCameraSource::Bundler) {
-        path = getPresenter()->getOpenFileName(this, tr("Bundle File"), m_path->text(),
-                                               tr("Bundler files (*.out);;All files (*)"));
-        if (!path.isEmpty() && m_list->text().trimmed().isEmpty()) {
-            const QString guess = QFileInfo(path).absoluteDir().filePath("list.txt");
-            if (QFileInfo(guess).isFile())
-                m_list->setText(guess);
-        }
-    } else {
-        path = getPresenter()->getExistingDirectory(this, tr("Camera Folder"), m_path->text());
-    }
+    QString list;
+    const QString path =
+        browseCameraSource(this, cameraChoice() == 1 + KvoCameraSource::Bundler, m_path->text(), &list);
     if (!path.isEmpty())
         m_path->setText(path);
+    if (!list.isEmpty() && m_list->text().trimmed().isEmpty())
+        m_list->setText(list);
 }
 
 void QDlgTextureJob::browseList()
 {
-    const QString path = getPresenter()->getOpenFileName(this, tr("Image List"), m_list->text(),
-                                                         tr("Image lists (*.txt);;All files (*)"));
+    const QString path = browseImageList(this, m_list->text());
     if (!path.isEmpty())
         m_list->setText(path);
 }
@@ -222,14 +215,9 @@ void QDlgTextureJob::accept()
     const KvoTextureJob j = job();
     auto warn = [this](const QString& text) { say(this, QMessageBox::Warning, text); };
     if (j.haveCameras) {
-        const bool bundler = j.cameras.kind == KvoCameraSource::Bundler;
-        if (j.cameras.path.isEmpty())
-            return warn(bundler ? tr("Please choose the bundle file.") : tr("Please choose the camera folder."));
-        if (bundler ? !QFileInfo(j.cameras.path).isFile() : !QFileInfo(j.cameras.path).isDir())
-            return warn(tr("%1 does not exist.").arg(j.cameras.path));
-        if (bundler && !QFileInfo(j.cameras.listFile).isFile())
-            return warn(j.cameras.listFile.isEmpty() ? tr("Please choose the image list of the bundle file.")
-                                                     : tr("%1 does not exist.").arg(j.cameras.listFile));
+        const QString problem = cameraSourceProblem(j.cameras);
+        if (!problem.isEmpty())
+            return warn(problem);
     }
     if (j.output.isEmpty())
         return warn(tr("Please choose the file of the textured model."));

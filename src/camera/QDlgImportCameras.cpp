@@ -127,52 +127,65 @@ void QDlgImportCameras::kindChanged()
     m_listButton->setEnabled(bundler);
 }
 
+QString browseCameraSource(QWidget* parent, bool bundler, const QString& current, QString* listGuess)
+{
+    if (!bundler)
+        return getPresenter()->getExistingDirectory(parent, tr("Camera Folder"), current);
+    const QString path =
+        getPresenter()->getOpenFileName(parent, tr("Bundle File"), current, tr("Bundler files (*.out);;All files (*)"));
+    // The image list usually sits beside the bundle file, or one folder up
+    // when the bundle file is in a folder of its own.
+    if (!path.isEmpty() && listGuess) {
+        const QDir dir = QFileInfo(path).absoluteDir();
+        for (const QString& guess : {dir.filePath("list.txt"), dir.filePath("../list.txt")})
+            if (QFileInfo(guess).isFile()) {
+                *listGuess = QDir::cleanPath(guess);
+                break;
+            }
+    }
+    return path;
+}
+
+QString browseImageList(QWidget* parent, const QString& current)
+{
+    return getPresenter()->getOpenFileName(parent, tr("Image List"), current, tr("Image lists (*.txt);;All files (*)"));
+}
+
+QString cameraSourceProblem(const KvoCameraSource& s)
+{
+    const bool bundler = s.kind == KvoCameraSource::Bundler;
+    if (s.path.isEmpty())
+        return bundler ? tr("Please choose the bundle file.") : tr("Please choose the folder.");
+    if (bundler ? !QFileInfo(s.path).isFile() : !QFileInfo(s.path).isDir())
+        return tr("%1 does not exist.").arg(s.path);
+    if (bundler && !QFileInfo(s.listFile).isFile())
+        return s.listFile.isEmpty() ? tr("Please choose the image list of the bundle file.")
+                                    : tr("%1 does not exist.").arg(s.listFile);
+    return QString();
+}
+
 void QDlgImportCameras::browsePath()
 {
-    QString path;
-    if (kind() == KvoCameraSource::Bundler) {
-        path = getPresenter()->getOpenFileName(this, tr("Bundle File"), m_path->text(),
-                                               tr("Bundler files (*.out);;All files (*)"));
-        // The image list usually sits beside the bundle file, or one folder up
-        // when the bundle file is in a folder of its own.
-        if (!path.isEmpty() && m_list->text().trimmed().isEmpty()) {
-            const QDir dir = QFileInfo(path).absoluteDir();
-            for (const QString& guess : {dir.filePath("list.txt"), dir.filePath("../list.txt")})
-                if (QFileInfo(guess).isFile()) {
-                    m_list->setText(QDir::cleanPath(guess));
-                    break;
-                }
-        }
-    } else {
-        path = getPresenter()->getExistingDirectory(this, tr("Camera Folder"), m_path->text());
-    }
+    QString list;
+    const QString path = browseCameraSource(this, kind() == KvoCameraSource::Bundler, m_path->text(), &list);
     if (!path.isEmpty())
         m_path->setText(path);
+    if (!list.isEmpty() && m_list->text().trimmed().isEmpty())
+        m_list->setText(list);
 }
 
 void QDlgImportCameras::browseList()
 {
-    const QString path = getPresenter()->getOpenFileName(this, tr("Image List"), m_list->text(),
-                                                         tr("Image lists (*.txt);;All files (*)"));
+    const QString path = browseImageList(this, m_list->text());
     if (!path.isEmpty())
         m_list->setText(path);
 }
 
 void QDlgImportCameras::accept()
 {
-    const KvoCameraSource s = source();
-    const bool bundler = s.kind == KvoCameraSource::Bundler;
-    if (s.path.isEmpty()) {
-        warnInDialog(this, bundler ? tr("Please choose the bundle file.") : tr("Please choose the folder."));
-        return;
-    }
-    if (bundler ? !QFileInfo(s.path).isFile() : !QFileInfo(s.path).isDir()) {
-        warnInDialog(this, tr("%1 does not exist.").arg(s.path));
-        return;
-    }
-    if (bundler && !QFileInfo(s.listFile).isFile()) {
-        warnInDialog(this, s.listFile.isEmpty() ? tr("Please choose the image list of the bundle file.")
-                                                : tr("%1 does not exist.").arg(s.listFile));
+    const QString problem = cameraSourceProblem(source());
+    if (!problem.isEmpty()) {
+        warnInDialog(this, problem);
         return;
     }
     QDialog::accept();

@@ -42,4 +42,12 @@ private:
     QPushButton* m_ok;
 };
 
+// Shared by the forms that ask where cameras are. A bundle file (setting
+// listGuess to the image list found beside it or one folder up, when there is
+// one) or a folder, through the presenter; empty when the user gave up.
+QV_EXPORT QString browseCameraSource(QWidget* parent, bool bundler, const QString& current, QString* listGuess);
+QV_EXPORT QString browseImageList(QWidget* parent, const QString& current);
+// What is missing for the source to be read, for a message; empty when nothing is.
+QV_EXPORT QString cameraSourceProblem(const KvoCameraSource& source);
+
 } // namespace kvo
