@@ -326,10 +326,16 @@ FaceMatch matchFaces(const Model& truth, const Model& measured)
 // matched face, about one a ground-truth texel: the centroids of the n x n
 // small triangles a face's sides cut into n parts each make.
 void measureTruth(const Model& truth, const Model& measured, const FaceMatch& match, double texelsPerMetre,
-                  QualityReport& report)
+                  const std::vector<uint8_t>* truthTextured, QualityReport& report)
 {
     const long faces = measured.faceCount();
-    std::vector<double> faceError(size_t(faces), 0.0);
+    // Per face and channel: sums of m, t, m m, m t, t t over its points (m
+    // measured, t truth), so that the error after any gain g follows as
+    // g g S(mm) - 2 g S(mt) + S(tt).
+    struct Sums {
+        double v[3][5] = {};
+    };
+    std::vector<Sums> faceSums{size_t(faces)};
     std::vector<long> faceSamples(size_t(faces), 0);
     cv::parallel_for_(cv::Range(0, int(faces)), [&](const cv::Range& range) {
         for (long f = range.start; f < range.end; ++f) {
@@ -354,15 +360,22 @@ void measureTruth(const Model& truth, const Model& measured, const FaceMatch& ma
             const double side = std::sqrt(texels);
             const int cuts = side >= 1.5 ? int(std::min(std::round(side), 4096.0)) : 1;
             const std::array<uint8_t, 3>& cornerOf = match.cornerOf[size_t(f)];
-            double sum = 0;
+            Sums& sum = faceSums[size_t(f)];
             long count = 0;
             auto sample = [&](double s, double t) {
                 const double w[3] = {1 - s - t, s, t};
                 double wm[3];
                 for (int k = 0; k < 3; ++k)
                     wm[cornerOf[size_t(k)]] = w[k];
-                const cv::Vec3d d = colourAt(measured, f, wm) - colourAt(truth, g, w);
-                sum += d.dot(d);
+                const cv::Vec3d m = colourAt(measured, f, wm), tr = colourAt(truth, g, w);
+                for (int k = 0; k < 3; ++k) {
+                    double* v = sum.v[k];
+                    v[0] += m[k];
+                    v[1] += tr[k];
+                    v[2] += m[k] * m[k];
+                    v[3] += m[k] * tr[k];
+                    v[4] += tr[k] * tr[k];
+                }
                 ++count;
             };
             for (int i = 0; i < cuts; ++i)
@@ -371,20 +384,44 @@ void measureTruth(const Model& truth, const Model& measured, const FaceMatch& ma
                     if (i + j + 2 <= cuts)
                         sample((i + 2.0 / 3) / cuts, (j + 2.0 / 3) / cuts);
                 }
-            faceError[size_t(f)] = sum;
             faceSamples[size_t(f)] = count;
         }
     });
-    double sum = 0;
-    long samples = 0;
+    // Over all matched faces, and over those the measured model textures.
+    Sums all, textured;
+    long samples = 0, texturedSamples = 0;
     for (long f = 0; f < faces; ++f) {
-        sum += faceError[size_t(f)];
+        const long g = match.truthFace[size_t(f)];
+        const bool hasPicture =
+            truthTextured ? g >= 0 && (*truthTextured)[size_t(g)] != 0 : measured.picture[size_t(f)] >= 0;
+        for (int k = 0; k < 3; ++k)
+            for (int i = 0; i < 5; ++i) {
+                all.v[k][i] += faceSums[size_t(f)].v[k][i];
+                if (hasPicture)
+                    textured.v[k][i] += faceSums[size_t(f)].v[k][i];
+            }
         samples += faceSamples[size_t(f)];
+        texturedSamples += hasPicture ? faceSamples[size_t(f)] : 0;
         if (match.truthFace[size_t(f)] >= 0)
             ++report.matchedFaces;
     }
+    // Exposure and white balance as for the photographs: the gain a channel
+    // that gives the measured points the truth's mean.
+    auto psnr = [](const Sums& s, long n) {
+        if (n <= 0)
+            return 0.0;
+        double err = 0;
+        for (int k = 0; k < 3; ++k) {
+            const double* v = s.v[k];
+            const double g = v[0] > 0 ? v[1] / v[0] : 1.0;
+            err += std::max(0.0, g * g * v[2] - 2 * g * v[3] + v[4]);
+        }
+        return psnrOf(err / (3.0 * double(n)));
+    };
     report.truthSamples = samples;
-    report.truthPsnr = samples > 0 ? psnrOf(sum / (3.0 * double(samples))) : 0.0;
+    report.truthPsnr = psnr(all, samples);
+    report.texturedSamples = texturedSamples;
+    report.truthPsnrTextured = psnr(textured, texturedSamples);
 }
 
 // Column-major GL model-view and projection that put every world point on
@@ -520,7 +557,8 @@ void measurePhoto(const Model& m, const SampleCamera& cam, const cv::Mat& photo,
 
 } // namespace
 
-bool measureQuality(const QString& sceneFolder, const QString& texturedObj, QualityReport& report, QString& error)
+bool measureQuality(const QString& sceneFolder, const QString& texturedObj, QualityReport& report, QString& error,
+                    const std::vector<XPnt3f>* texturedCorners)
 {
     report = QualityReport();
     SampleOptions options;
@@ -533,7 +571,24 @@ bool measureQuality(const QString& sceneFolder, const QString& texturedObj, Qual
         return false;
     report.faces = measured.faceCount();
 
-    measureTruth(truth, measured, matchFaces(truth, measured), options.texelsPerMetre, report);
+    // The faces said to be textured, found in the truth by their corners.
+    std::vector<uint8_t> truthTextured;
+    if (texturedCorners) {
+        Model listed;
+        listed.vertices = *texturedCorners;
+        const size_t n = texturedCorners->size() / 3;
+        listed.corners.resize(3 * n);
+        for (size_t i = 0; i < 3 * n; ++i)
+            listed.corners[i] = unsigned(i);
+        listed.picture.assign(n, -1);
+        listed.uvs.resize(3 * n);
+        truthTextured.assign(size_t(truth.faceCount()), 0);
+        for (long g : matchFaces(truth, listed).truthFace)
+            if (g >= 0)
+                truthTextured[size_t(g)] = 1;
+    }
+    measureTruth(truth, measured, matchFaces(truth, measured), options.texelsPerMetre,
+                 texturedCorners ? &truthTextured : nullptr, report);
 
     double sum = 0;
     long shown = 0;

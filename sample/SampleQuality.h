@@ -7,6 +7,8 @@
 
 #include <QString>
 
+#include "scene/KvoTypes.h"
+
 #include <string>
 #include <vector>
 
@@ -31,10 +33,14 @@ struct QualityReport {
     // Over the photographs that show the model at one pixel at least.
     double photoPsnrMean = 0, photoPsnrMin = 0;
     // PSNR of the model's texture against the ground-truth texture at the same
-    // surface points (no normalisation: the same units), over points spread on
-    // the faces about one a ground-truth texel, and the number of points.
+    // surface points, after the same exposure normalisation (a gain a channel
+    // over all points), over points spread on the faces about one a
+    // ground-truth texel, and the number of points; then the same over the
+    // faces the model textures only.
     double truthPsnr = 0;
     long truthSamples = 0;
+    double truthPsnrTextured = 0;
+    long texturedSamples = 0;
     // Faces of the measured model found in the ground truth by their corner
     // positions; only those take part in the truth PSNR.
     long matchedFaces = 0;
@@ -46,6 +52,11 @@ struct QualityReport {
 // the order of vertices, faces and corners and the grouping may differ).
 // Faces whose material has no picture count as black. False with a reason
 // when something cannot be read.
-bool measureQuality(const QString& sceneFolder, const QString& texturedObj, QualityReport& report, QString& error);
+// texturedCorners, when given, names the faces that count as textured by
+// their corner positions (three points a face); otherwise a face with a
+// picture counts, which says nothing for a model baked on atlases, where every
+// face has one.
+bool measureQuality(const QString& sceneFolder, const QString& texturedObj, QualityReport& report, QString& error,
+                    const std::vector<XPnt3f>* texturedCorners = nullptr);
 
 } // namespace qvsample

@@ -1,5 +1,5 @@
 // quovara-cli auto-select and seamless on a generated scene whose photographs
-// the demo mapped through their cameras: what they print, what the saved
+// sample-project mapped through their cameras: what they print, what the saved
 // project holds afterwards, and misuse.
 
 #include <QDir>
@@ -41,7 +41,7 @@ protected:
     {
         EXPECT_TRUE(s_sceneMade);
         const QString dir = scratch.file(QString("demo%1").arg(++m_count));
-        const CliRun r = cli({"demo", "--sample", s_scene->file("scene"), "--out", dir});
+        const CliRun r = cli({"sample-project", "--sample", s_scene->file("scene"), "--out", dir});
         EXPECT_EQ(r.code, 0) << r.err.toStdString();
         return dir + "/sample.qvj";
     }

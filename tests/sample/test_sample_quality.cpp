@@ -298,8 +298,50 @@ TEST_F(SampleQuality, UntexturedFacesCountAsBlack)
     EXPECT_EQ(r.matchedFaces, truth.matchedFaces);
     EXPECT_EQ(r.truthSamples, truth.truthSamples);
     EXPECT_LT(r.truthPsnr, 12.0);
+    EXPECT_EQ(r.texturedSamples, 0);
+    EXPECT_EQ(r.truthPsnrTextured, 0.0);
     for (const QualityReport::Photo& p : r.photos)
         EXPECT_LT(p.psnr, 12.0) << p.name;
+}
+
+// A texture taken darker and warmer than the truth is the same texture: the
+// exposure normalisation undoes a gain a channel.
+TEST_F(SampleQuality, AnotherExposureIsNotADifference)
+{
+    damagedCopy(scene(), file("darker"), [](cv::Mat& t) { t.convertTo(t, -1, 0.75); });
+    QualityReport r;
+    QString error;
+    ASSERT_TRUE(measureQuality(scene(), file("darker/model.obj"), r, error)) << error.toStdString();
+    print("darker", r);
+    EXPECT_GT(r.truthPsnr, 38.0);
+    EXPECT_EQ(r.texturedSamples, r.truthSamples);
+    EXPECT_NEAR(r.truthPsnrTextured, r.truthPsnr, 1e-9);
+}
+
+// On atlases every face has a picture; which faces count as textured is then
+// said by their corners.
+TEST_F(SampleQuality, TexturedFacesCanBeNamedByTheirCorners)
+{
+    kvo::QvObjModel obj;
+    ASSERT_EQ(kvo::readObjFile(obj, scene() + "/model.obj", nullptr), 0);
+    std::vector<XPnt3f> corners;
+    for (size_t f = 0; f < obj.triangles.size(); f += 2)
+        for (unsigned v : obj.triangles[f].vindices)
+            corners.push_back(obj.vertices->getAt(long(v)));
+    QualityReport r;
+    QString error;
+    ASSERT_TRUE(measureQuality(scene(), scene() + "/truth/model_textured.obj", r, error, &corners))
+        << error.toStdString();
+    const QualityReport& truth = truthReport();
+    EXPECT_EQ(r.truthSamples, truth.truthSamples);
+    EXPECT_GT(r.texturedSamples, truth.truthSamples / 3);
+    EXPECT_LT(r.texturedSamples, 2 * truth.truthSamples / 3);
+    EXPECT_EQ(r.truthPsnrTextured, kQualityPsnrCap);
+    // Textures painted grey: the figure over the named faces falls with them.
+    damagedCopy(scene(), file("grey-half"), [](cv::Mat& t) { t.setTo(cv::Scalar::all(128)); });
+    QualityReport none;
+    ASSERT_TRUE(measureQuality(scene(), file("grey-half/model.obj"), none, error, &corners)) << error.toStdString();
+    EXPECT_LT(none.truthPsnrTextured, 20.0);
 }
 
 TEST_F(SampleQuality, BadInputIsRefusedWithAReason)
