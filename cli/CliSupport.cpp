@@ -1,5 +1,7 @@
 #include "CliSupport.h"
 
+#include <QDir>
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -150,6 +152,27 @@ void TerminalProgress::draw(double position, const QString& caption)
     std::fputs(qPrintable(text), stderr);
     std::fflush(stderr);
     m_drawn = true;
+}
+
+int sampleAndOutArguments(const QStringList& args, QString& sample, QString& dir)
+{
+    dir = QDir::currentPath() + "/quovara-demo";
+    sample = QUOVARA_SAMPLE_DIR;
+    for (int i = 0; i < args.size(); ++i) {
+        if (args[i] == "--out" && i + 1 < args.size())
+            dir = args[++i];
+        else if (args[i] == "--sample" && i + 1 < args.size())
+            sample = args[++i];
+        else
+            return 2;
+    }
+    if (!QDir().mkpath(dir)) {
+        err(QString("cannot create %1").arg(dir));
+        return 1;
+    }
+    dir = QDir(dir).absolutePath();
+    sample = QDir(sample).absolutePath();
+    return 0;
 }
 
 } // namespace qvcli

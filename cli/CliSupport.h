@@ -36,6 +36,11 @@ struct Register {
 // "x,y,z" as a point; false for anything else.
 bool parsePoint(const QString& text, XPnt3d& out);
 
+// [--sample DIR] [--out DIR] of the commands that work on a generated scene:
+// the bundled sample and ./quovara-demo unless given, both absolute, the
+// output folder made. 0, or the exit code (the reason on stderr).
+int sampleAndOutArguments(const QStringList& args, QString& sample, QString& out);
+
 // The open project's image database (null without a project).
 kvo::ref_ptr<kvo::IKvoImageDb> imageDb();
 // The image of the open project named by id or by name, with its record;

@@ -33,22 +33,9 @@ QString desktopApplication()
 
 int cmdDemo(const QStringList& args)
 {
-    QString dir = QDir::currentPath() + "/quovara-demo";
-    QString sample = QUOVARA_SAMPLE_DIR;
-    for (int i = 0; i < args.size(); ++i) {
-        if (args[i] == "--out" && i + 1 < args.size())
-            dir = args[++i];
-        else if (args[i] == "--sample" && i + 1 < args.size())
-            sample = args[++i];
-        else
-            return 2;
-    }
-    if (!QDir().mkpath(dir)) {
-        err(QString("cannot create %1").arg(dir));
-        return 1;
-    }
-    dir = QDir(dir).absolutePath();
-    sample = QDir(sample).absolutePath();
+    QString dir, sample;
+    if (int rc = sampleAndOutArguments(args, sample, dir))
+        return rc;
 
     // The demo always starts from scratch.
     kvo::KvoTextureJob job;

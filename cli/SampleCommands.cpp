@@ -6,7 +6,6 @@
 #include "CliSupport.h"
 #include "SampleProject.h"
 #include "SampleWriter.h"
-#include "camera/KvoVirtualCamera.h"
 #include "platform/KvoProjectReport.h"
 #include "scene/KvoStore.h"
 
@@ -110,55 +109,29 @@ Register rSample("sample",
 
 int cmdSampleProject(const QStringList& args)
 {
-    QString dir = QDir::currentPath() + "/quovara-demo";
-    QString sample = QUOVARA_SAMPLE_DIR;
-    for (int i = 0; i < args.size(); ++i) {
-        if (args[i] == "--out" && i + 1 < args.size())
-            dir = args[++i];
-        else if (args[i] == "--sample" && i + 1 < args.size())
-            sample = args[++i];
-        else
-            return 2;
-    }
-    if (!QDir().mkpath(dir)) {
-        err(QString("cannot create %1").arg(dir));
-        return 1;
-    }
+    QString dir, sample;
+    if (int rc = sampleAndOutArguments(args, sample, dir))
+        return rc;
     const QString project = QDir(dir).absoluteFilePath("sample.qvj");
-    // The demo always starts from scratch.
+    // It always starts from scratch.
     QFile::remove(project);
-    QDir(QDir(dir).absoluteFilePath("sample_files")).removeRecursively();
-    out(QString("Making a project from the sample in %1...").arg(QDir(sample).absolutePath()));
+    QDir(kvo::projectFolderOf(project)).removeRecursively();
+    out(QString("Making a project from the sample in %1...").arg(sample));
     QString error;
     if (qvsample::buildProjectFromSample(sample, project, error) != kvo::kvoOk) {
         err(error);
         return 1;
     }
     // Each photograph mapped through its known camera, hidden triangles left out.
-    kvo::IKvoMM* mm = kvo::getMM();
-    kvo::ref_ptr<kvo::IKvoProject> proj;
-    kvo::ref_ptr<kvo::IKvoImageDb> db;
-    kvo::ref_ptr<kvo::LongArray> ids;
-    mm->getProject(proj)->getImageDb(db);
-    db->getImageIds(ids);
     TerminalProgress progress;
-    for (long id : ids->vec()) {
-        ZebQVVCParam camera;
-        zebUI::_ZebVCMapParam_ frame;
-        if (!mm->getVCParam(id, camera) || !kvo::calVCFrame(id, camera, kvo::kvoVCFrameModel, frame))
-            continue;
-        mm->setActiveImageId(id);
-        progress.reset();
-        kvo::VCMapping(camera, frame, false, false, true, &progress);
-        progress.finish();
-    }
-    if (mm->isTexEditOpen())
-        mm->commitTexEdit();
-    if (!ids->vec().empty())
-        mm->setActiveImageId(ids->getAt(0));
+    const long mapped = qvsample::mapThroughStoredCameras(&progress);
+    progress.finish();
+    kvo::ref_ptr<kvo::LongArray> ids;
+    if (imageDb()->getImageIds(ids)->getCount() > 0)
+        kvo::getMM()->setActiveImageId(ids->getAt(0));
     if (int rc = saveOrFail())
         return rc;
-    out(QString("Mapped %1 photographs through their cameras.").arg(ids->getCount()));
+    out(QString("Mapped %1 photographs through their cameras.").arg(mapped));
     kvo::getMM()->closeProject();
     out("Saved. Reopening it...");
     if (int rc = openOrFail(project))

@@ -151,7 +151,7 @@ long makeSampleProject(const SampleOptions& options, const QString& sceneFolder,
     return buildProjectFromSample(sceneFolder, projectFile, error);
 }
 
-long mapThroughStoredCameras()
+long mapThroughStoredCameras(kvo::IKvoProgress* progress)
 {
     kvo::IKvoMM* mm = kvo::getMM();
     kvo::ref_ptr<kvo::IKvoProject> project;
@@ -166,7 +166,8 @@ long mapThroughStoredCameras()
         if (!mm->getVCParam(id, camera) || !kvo::calVCFrame(id, camera, kvo::kvoVCFrameModel, frame))
             continue;
         mm->setActiveImageId(id);
-        kvo::VCMapping(camera, frame, false, false, true, nullptr);
+        kvo::KvoPrgPush push(progress, 1.0 / double(ids->getCount()));
+        kvo::VCMapping(camera, frame, false, false, true, progress);
         ++mapped;
     }
     if (mm->isTexEditOpen()) {

@@ -3,6 +3,7 @@
 #include <QString>
 
 #include "SampleScene.h"
+#include "scene/KvoProgress.h"
 
 namespace qvsample {
 
@@ -26,6 +27,6 @@ long makeSampleProject(const SampleOptions& options, const QString& sceneFolder,
 // Maps every photograph of the open project through its stored camera,
 // hidden triangles left out, and keeps the result (the texture-edit session
 // is committed and closed). The number of photographs mapped.
-long mapThroughStoredCameras();
+long mapThroughStoredCameras(kvo::IKvoProgress* progress = nullptr);
 
 } // namespace qvsample

@@ -16,6 +16,7 @@
 
 #include "SampleProject.h"
 #include "modelio/KvoObjReader.h"
+#include "platform/KvoCameraMath.h"
 #include "platform/KvoRasterizer.h"
 #include "scene/KvoUV.h"
 
@@ -424,29 +425,6 @@ void measureTruth(const Model& truth, const Model& measured, const FaceMatch& ma
     report.truthPsnrTextured = psnr(textured, texturedSamples);
 }
 
-// Column-major GL model-view and projection that put every world point on
-// the pixel position the pinhole camera gives it; GL's eye space has y up and
-// looks down -z, the camera's y down and z forward.
-void glMatrices(const SampleCamera& c, double zNear, double zFar, double mv[16], double pr[16])
-{
-    std::fill(mv, mv + 16, 0.0);
-    std::fill(pr, pr + 16, 0.0);
-    const double flip[3] = {1, -1, -1};
-    for (int r = 0; r < 3; ++r) {
-        for (int k = 0; k < 3; ++k)
-            mv[k * 4 + r] = flip[r] * c.R[3 * r + k];
-        mv[12 + r] = flip[r] * c.t[r];
-    }
-    mv[15] = 1;
-    pr[0] = 2 * c.fx / c.width;
-    pr[8] = 1 - 2 * c.cx / c.width;
-    pr[5] = 2 * c.fy / c.height;
-    pr[9] = 2 * c.cy / c.height - 1;
-    pr[10] = -(zFar + zNear) / (zFar - zNear);
-    pr[14] = -2 * zFar * zNear / (zFar - zNear);
-    pr[11] = -1;
-}
-
 // The photograph against the model drawn through its true camera.
 void measurePhoto(const Model& m, const SampleCamera& cam, const cv::Mat& photo, QualityReport::Photo& out)
 {
@@ -460,7 +438,8 @@ void measurePhoto(const Model& m, const SampleCamera& cam, const cv::Mat& photo,
     const double zFar = std::max(1.0, hi * 1.01);
     const double zNear = std::clamp(lo * 0.99, zFar * 1e-4, zFar * 0.5);
     double mv[16], pr[16];
-    glMatrices(cam, zNear, zFar, mv, pr);
+    const double K[9] = {cam.fx, 0, cam.cx, 0, cam.fy, cam.cy, 0, 0, 1};
+    kvo::pinholeGlMatrices(K, cam.R, cam.t, cam.width, cam.height, zNear, zFar, mv, pr);
     const int W = cam.width, H = cam.height;
     KvoRasterizer raster;
     raster.setCamera(mv, pr, W, H);

@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "autotexture/GCoptimization.h"
+#include "platform/KvoCameraMath.h"
 #include "platform/KvoRasterizer.h"
 #include "scene/KvoMeshAdjacency.h"
 
@@ -118,29 +119,6 @@ struct Camera {
     bool valid() const { return w > 0 && h > 0 && fx > 0 && fy > 0; }
 };
 
-// Column-major model-view and projection of a pinhole camera in GL terms: GL's
-// eye looks down -z with y up, the camera here down +z with y down.
-void glMatrices(const Camera& c, double mv[16], double pr[16])
-{
-    std::fill(mv, mv + 16, 0.0);
-    std::fill(pr, pr + 16, 0.0);
-    const double flip[3] = {1, -1, -1};
-    for (int r = 0; r < 3; ++r) {
-        for (int k = 0; k < 3; ++k)
-            mv[k * 4 + r] = flip[r] * c.R[3 * r + k];
-        mv[12 + r] = flip[r] * c.T[r];
-    }
-    mv[15] = 1;
-    pr[0] = 2 * c.fx / c.w;
-    pr[4] = -2 * c.skew / c.w;
-    pr[8] = 1 - 2 * c.cx / c.w;
-    pr[5] = 2 * c.fy / c.h;
-    pr[9] = 2 * c.cy / c.h - 1;
-    pr[10] = -(c.far + c.near) / (c.far - c.near);
-    pr[14] = -2 * c.far * c.near / (c.far - c.near);
-    pr[11] = -1;
-}
-
 // Near and far planes around what the camera sees of the model; false when
 // nothing lies in front of it.
 bool depthRange(Camera& c, const Geometry& g)
@@ -208,7 +186,8 @@ void findVisible(Camera& cam, const Geometry& g, int maxSide, kvo::KvoRasterizer
     cam.rw = std::max(1, int(std::lround(cam.w * cam.scale)));
     cam.rh = std::max(1, int(std::lround(cam.h * cam.scale)));
     double mv[16], pr[16];
-    glMatrices(cam, mv, pr);
+    const double K[9] = {cam.fx, cam.skew, cam.cx, 0, cam.fy, cam.cy, 0, 0, 1};
+    kvo::pinholeGlMatrices(K, cam.R, cam.T, cam.w, cam.h, cam.near, cam.far, mv, pr);
     raster.setCamera(mv, pr, cam.rw, cam.rh);
     raster.draw(reinterpret_cast<const XPnt3f*>(g.xyz), g.nv, g.tri, g.nf, 0, false);
     const float* depth = raster.depthBuffer();

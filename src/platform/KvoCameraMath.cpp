@@ -1,5 +1,6 @@
 #include "platform/KvoCameraMath.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -73,6 +74,30 @@ void perspectiveMatrix(double fovyDeg, double aspect, double zNear, double zFar,
     m[11] = -1;
     m[14] = -2 * zNear * zFar / deltaZ;
     m[15] = 0;
+}
+
+void pinholeGlMatrices(const double K[9], const double R[9], const double t[3], int width, int height, double zNear,
+                       double zFar, double mv[16], double pr[16])
+{
+    // GL's eye looks down -z with y up: the camera's y and z turned over.
+    std::fill(mv, mv + 16, 0.0);
+    std::fill(pr, pr + 16, 0.0);
+    const double flip[3] = {1, -1, -1};
+    for (int r = 0; r < 3; ++r) {
+        for (int k = 0; k < 3; ++k)
+            mv[k * 4 + r] = flip[r] * R[3 * r + k];
+        mv[12 + r] = flip[r] * t[r];
+    }
+    mv[15] = 1;
+    const double w = width, h = height;
+    pr[0] = 2 * K[0] / w;
+    pr[4] = -2 * K[1] / w;
+    pr[8] = 1 - 2 * K[2] / w;
+    pr[5] = 2 * K[4] / h;
+    pr[9] = 2 * K[5] / h - 1;
+    pr[10] = -(zFar + zNear) / (zFar - zNear);
+    pr[14] = -2 * zFar * zNear / (zFar - zNear);
+    pr[11] = -1;
 }
 
 void lookAtMatrix(const XPnt3d& eye, const XPnt3d& center, const XPnt3d& up, double m[16])

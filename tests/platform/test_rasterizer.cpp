@@ -270,3 +270,38 @@ TEST(Rasterizer, CullingRegionAndThreadCountBehave)
     EXPECT_EQ(render(1), render(4));
     omp_set_num_threads(saved);
 }
+
+// A pinhole camera with unequal focal lengths, skew and an off-centre
+// principal point: the rasteriser's window positions are its pixel positions.
+TEST(Rasterizer, PinholeMatricesPutPointsWhereTheCameraDoes)
+{
+    const double K[9] = {812.5, 3.25, 301.0, 0, 790.0, 255.5, 0, 0, 1};
+    // A turn about y, then about x.
+    const double a = 0.4, b = -0.25;
+    const double Ry[9] = {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)};
+    const double Rx[9] = {1, 0, 0, 0, std::cos(b), -std::sin(b), 0, std::sin(b), std::cos(b)};
+    double Rn[9];
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            Rn[3 * i + j] = Rx[3 * i] * Ry[j] + Rx[3 * i + 1] * Ry[3 + j] + Rx[3 * i + 2] * Ry[6 + j];
+    const double t[3] = {0.3, -0.2, 6.0};
+    double mv[16], pr[16];
+    kvo::pinholeGlMatrices(K, Rn, t, 640, 480, 0.1, 100, mv, pr);
+    kvo::KvoRasterizer r;
+    r.setCamera(mv, pr, 640, 480);
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> u(-2, 2);
+    for (int i = 0; i < 200; ++i) {
+        const XPnt3d X(u(rng), u(rng), u(rng));
+        double q[3];
+        for (int k = 0; k < 3; ++k)
+            q[k] = Rn[3 * k] * X.x + Rn[3 * k + 1] * X.y + Rn[3 * k + 2] * X.z + t[k];
+        const double x = (K[0] * q[0] + K[1] * q[1]) / q[2] + K[2], y = K[4] * q[1] / q[2] + K[5];
+        XPnt3d w;
+        ASSERT_TRUE(r.project(X, w));
+        EXPECT_NEAR(w.x, x, 1e-9 * (1 + std::fabs(x)));
+        EXPECT_NEAR(w.y, y, 1e-9 * (1 + std::fabs(y)));
+        EXPECT_GT(w.z, 0);
+        EXPECT_LT(w.z, 1);
+    }
+}
