@@ -230,15 +230,10 @@ void QDlgTextureJob::accept()
 
 long cmdTextureModel()
 {
+    if (!projectAndWidgetsOrSay(tr("Texturing the model needs the user interface.")))
+        return -1;
     ref_ptr<IKvoProject> project;
-    if (!getMM()->getProject(project) || !project) {
-        msgNoProject();
-        return -1;
-    }
-    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
-        msgWarningQt(tr("Texturing the model needs the user interface."));
-        return -1;
-    }
+    getMM()->getProject(project);
     QDlgTextureJob dialog(mainFrame());
     const QFileInfo projectFile(project->getFilePath());
     dialog.setOutput(projectFile.absolutePath() + "/" + projectFile.completeBaseName() + "_textured.obj");

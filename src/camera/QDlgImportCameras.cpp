@@ -193,15 +193,8 @@ void QDlgImportCameras::accept()
 
 long cmdImportCameras()
 {
-    ref_ptr<IKvoProject> project;
-    if (!getMM()->getProject(project) || !project) {
-        msgNoProject();
+    if (!projectAndWidgetsOrSay(tr("Importing cameras needs the user interface.")))
         return -1;
-    }
-    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
-        msgWarningQt(tr("Importing cameras needs the user interface."));
-        return -1;
-    }
     QDlgImportCameras dialog(mainFrame());
     if (getPresenter()->execDialog(&dialog) != QDialog::Accepted)
         return -1;

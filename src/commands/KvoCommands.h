@@ -49,6 +49,10 @@ QV_EXPORT int msgYesNoCancel(QString& title, QString& text);
 QV_EXPORT void msgWarningTitled(const QString& title, const QString& text);
 // "No project is open.please create a project." with an empty title.
 QV_EXPORT void msgNoProject();
+// The opening checks of a command that shows a form: a project is open (else
+// msgNoProject) and widgets can be shown (else refusal as a warning). False
+// when the command cannot go on; the user has been told why.
+QV_EXPORT bool projectAndWidgetsOrSay(const QString& refusal);
 // Said by a command whose tool is not part of this build yet.
 QV_EXPORT void msgToolNotAvailable(const QString& tool);
 

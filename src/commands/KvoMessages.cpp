@@ -1,3 +1,4 @@
+#include <QApplication>
 #include <QCoreApplication>
 #include <QMessageBox>
 
@@ -93,6 +94,20 @@ int msgYesNoCancel(QString& title, QString& text)
 void msgWarningTitled(const QString& title, const QString& text)
 {
     show(QMessageBox::Warning, title, text, {QMessageBox::Ok});
+}
+
+bool projectAndWidgetsOrSay(const QString& refusal)
+{
+    ref_ptr<IKvoProject> project;
+    if (!getMM()->getProject(project) || !project) {
+        msgNoProject();
+        return false;
+    }
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+        msgWarningQt(refusal);
+        return false;
+    }
+    return true;
 }
 
 void msgNoProject()

@@ -468,15 +468,8 @@ long cmdOnFileAddKvomodel(const QString& file)
 
 long cmdImportMesh(const QString& projectFile)
 {
-    ref_ptr<IKvoProject> project;
-    if (!getMM()->getProject(project)) {
-        msgNoProject();
+    if (!projectAndWidgetsOrSay(tr("Importing from a project needs the user interface.")))
         return -1;
-    }
-    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
-        msgWarningQt(tr("Importing from a project needs the user interface."));
-        return -1;
-    }
     QDlgImportMesh dialog(mainFrame());
     if (dialog.initFromProject(projectFile) < 0) {
         if (!projectFile.isEmpty())
