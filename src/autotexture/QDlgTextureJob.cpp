@@ -60,12 +60,6 @@ QDlgTextureJob::QDlgTextureJob(QWidget* parent) : QDialog(parent)
     m_cameras->addItem(tr("Import a COLMAP text model (cameras.txt, images.txt)"));
     m_cameras->addItem(tr("Import Bundler v0.3 (bundle.out and its image list)"));
     m_cameras->addItem(tr("Import projection matrices (one 3x4 matrix file a photograph)"));
-    m_pathLabel = new QLabel(this);
-    m_path = new QLineEdit(this);
-    m_pathButton = new QPushButton(tr("Browse..."), this);
-    m_listLabel = new QLabel(tr("Image list:"), this);
-    m_list = new QLineEdit(this);
-    m_listButton = new QPushButton(tr("Browse..."), this);
     m_output = new QLineEdit(this);
     auto* outputButton = new QPushButton(tr("Browse..."), this);
     m_atlas = new QComboBox(this);
@@ -81,12 +75,7 @@ QDlgTextureJob::QDlgTextureJob(QWidget* parent) : QDialog(parent)
     auto* grid = new QGridLayout;
     grid->addWidget(new QLabel(tr("Cameras:"), this), 0, 0);
     grid->addWidget(m_cameras, 0, 1, 1, 2);
-    grid->addWidget(m_pathLabel, 1, 0);
-    grid->addWidget(m_path, 1, 1);
-    grid->addWidget(m_pathButton, 1, 2);
-    grid->addWidget(m_listLabel, 2, 0);
-    grid->addWidget(m_list, 2, 1);
-    grid->addWidget(m_listButton, 2, 2);
+    m_files.reset(new KvoCameraFileRows(this, grid, 1));
     grid->addWidget(new QLabel(tr("Textured model:"), this), 3, 0);
     grid->addWidget(m_output, 3, 1);
     grid->addWidget(outputButton, 3, 2);
@@ -104,13 +93,13 @@ QDlgTextureJob::QDlgTextureJob(QWidget* parent) : QDialog(parent)
     setMinimumWidth(600);
 
     connect(m_cameras, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] { choiceChanged(); });
-    connect(m_pathButton, &QPushButton::clicked, this, &QDlgTextureJob::browseCameras);
-    connect(m_listButton, &QPushButton::clicked, this, &QDlgTextureJob::browseList);
     connect(outputButton, &QPushButton::clicked, this, &QDlgTextureJob::browseOutput);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDlgTextureJob::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     choiceChanged();
 }
+
+QDlgTextureJob::~QDlgTextureJob() = default;
 
 void QDlgTextureJob::setCameraChoice(int choice)
 {
@@ -124,12 +113,12 @@ int QDlgTextureJob::cameraChoice() const
 
 void QDlgTextureJob::setCameraPath(const QString& path)
 {
-    m_path->setText(path);
+    m_files->setPath(path);
 }
 
 void QDlgTextureJob::setListFile(const QString& path)
 {
-    m_list->setText(path);
+    m_files->setListFile(path);
 }
 
 void QDlgTextureJob::setOutput(const QString& path)
@@ -152,15 +141,9 @@ void QDlgTextureJob::setOverwrite(bool on)
 KvoTextureJob QDlgTextureJob::job() const
 {
     KvoTextureJob j;
-    const int choice = cameraChoice();
-    j.haveCameras = choice > 0;
-    const QString path = m_path->text().trimmed();
-    if (choice == 1 + KvoCameraSource::Colmap)
-        j.cameras = KvoCameraSource::colmap(path);
-    else if (choice == 1 + KvoCameraSource::Bundler)
-        j.cameras = KvoCameraSource::bundler(path, m_list->text().trimmed());
-    else if (choice == 1 + KvoCameraSource::Matrices)
-        j.cameras = KvoCameraSource::matrices(path);
+    j.haveCameras = cameraChoice() > 0;
+    if (j.haveCameras)
+        j.cameras = m_files->source();
     j.output = m_output->text().trimmed();
     j.atlas = kAtlasSizes[std::max(0, m_atlas->currentIndex())];
     j.overwrite = m_overwrite->isChecked();
@@ -171,32 +154,7 @@ KvoTextureJob QDlgTextureJob::job() const
 void QDlgTextureJob::choiceChanged()
 {
     const int choice = cameraChoice();
-    const bool files = choice > 0, bundler = choice == 1 + KvoCameraSource::Bundler;
-    m_pathLabel->setText(bundler ? tr("Bundle file:") : tr("Folder:"));
-    for (QWidget* w :
-         {static_cast<QWidget*>(m_pathLabel), static_cast<QWidget*>(m_path), static_cast<QWidget*>(m_pathButton)})
-        w->setEnabled(files);
-    for (QWidget* w :
-         {static_cast<QWidget*>(m_listLabel), static_cast<QWidget*>(m_list), static_cast<QWidget*>(m_listButton)})
-        w->setEnabled(bundler);
-}
-
-void QDlgTextureJob::browseCameras()
-{
-    QString list;
-    const QString path =
-        browseCameraSource(this, cameraChoice() == 1 + KvoCameraSource::Bundler, m_path->text(), &list);
-    if (!path.isEmpty())
-        m_path->setText(path);
-    if (!list.isEmpty() && m_list->text().trimmed().isEmpty())
-        m_list->setText(list);
-}
-
-void QDlgTextureJob::browseList()
-{
-    const QString path = browseImageList(this, m_list->text());
-    if (!path.isEmpty())
-        m_list->setText(path);
+    m_files->setKind(KvoCameraSource::Kind(std::max(0, choice - 1)), choice > 0);
 }
 
 void QDlgTextureJob::browseOutput()

@@ -2,15 +2,18 @@
 
 #include <QDialog>
 
+#include <memory>
+
 #include "autotexture/KvoTexturePipeline.h"
 
 class QCheckBox;
 class QComboBox;
-class QLabel;
 class QLineEdit;
 class QPushButton;
 
 namespace kvo {
+
+class KvoCameraFileRows;
 
 // "Texture the Model": where the cameras come from (the photographs' own, or
 // camera files to import first), the textured model to write, and the size
@@ -19,6 +22,7 @@ class QV_EXPORT QDlgTextureJob : public QDialog {
     Q_OBJECT
 public:
     explicit QDlgTextureJob(QWidget* parent = nullptr);
+    ~QDlgTextureJob() override;
 
     // 0: the cameras the photographs have; 1 + KvoCameraSource::Kind: import them from files.
     void setCameraChoice(int choice);
@@ -35,20 +39,13 @@ public:
 public slots:
     // OK: accepts when the form is complete, else says what is missing and stays open.
     void accept() override;
-    void browseCameras();
-    void browseList();
     void browseOutput();
 
 private:
     void choiceChanged();
 
     QComboBox* m_cameras;
-    QLabel* m_pathLabel;
-    QLineEdit* m_path;
-    QPushButton* m_pathButton;
-    QLabel* m_listLabel;
-    QLineEdit* m_list;
-    QPushButton* m_listButton;
+    std::unique_ptr<KvoCameraFileRows> m_files;
     QLineEdit* m_output;
     QComboBox* m_atlas;
     QCheckBox* m_overwrite;

@@ -11,6 +11,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <initializer_list>
+
 #include "commands/KvoCommands.h"
 #include "scene/KvoPresenter.h"
 #include "scene/ZebViewerMan.h"
@@ -41,6 +43,90 @@ void warnInDialog(QWidget* parent, const QString& text)
 
 } // namespace
 
+KvoCameraFileRows::KvoCameraFileRows(QWidget* form, QGridLayout* grid, int firstRow) : m_form(form)
+{
+    m_pathLabel = new QLabel(form);
+    m_path = new QLineEdit(form);
+    m_pathButton = new QPushButton(tr("Browse..."), form);
+    m_listLabel = new QLabel(tr("Image list:"), form);
+    m_list = new QLineEdit(form);
+    m_listButton = new QPushButton(tr("Browse..."), form);
+    grid->addWidget(m_pathLabel, firstRow, 0);
+    grid->addWidget(m_path, firstRow, 1);
+    grid->addWidget(m_pathButton, firstRow, 2);
+    grid->addWidget(m_listLabel, firstRow + 1, 0);
+    grid->addWidget(m_list, firstRow + 1, 1);
+    grid->addWidget(m_listButton, firstRow + 1, 2);
+    QObject::connect(m_pathButton, &QPushButton::clicked, form, [this] { browsePath(); });
+    QObject::connect(m_listButton, &QPushButton::clicked, form, [this] { browseList(); });
+    setKind(m_kind);
+}
+
+void KvoCameraFileRows::setKind(KvoCameraSource::Kind kind, bool live)
+{
+    m_kind = kind;
+    const bool bundler = kind == KvoCameraSource::Bundler;
+    m_pathLabel->setText(bundler ? tr("Bundle file:") : tr("Folder:"));
+    for (QWidget* w : std::initializer_list<QWidget*>{m_pathLabel, m_path, m_pathButton})
+        w->setEnabled(live);
+    for (QWidget* w : std::initializer_list<QWidget*>{m_listLabel, m_list, m_listButton})
+        w->setEnabled(live && bundler);
+}
+
+void KvoCameraFileRows::setPath(const QString& path)
+{
+    m_path->setText(path);
+}
+
+void KvoCameraFileRows::setListFile(const QString& path)
+{
+    m_list->setText(path);
+}
+
+KvoCameraSource KvoCameraFileRows::source() const
+{
+    const QString path = m_path->text().trimmed();
+    switch (m_kind) {
+    case KvoCameraSource::Bundler: return KvoCameraSource::bundler(path, m_list->text().trimmed());
+    case KvoCameraSource::Matrices: return KvoCameraSource::matrices(path);
+    case KvoCameraSource::Colmap: break;
+    }
+    return KvoCameraSource::colmap(path);
+}
+
+void KvoCameraFileRows::browsePath()
+{
+    if (m_kind != KvoCameraSource::Bundler) {
+        const QString path = getPresenter()->getExistingDirectory(m_form, tr("Camera Folder"), m_path->text());
+        if (!path.isEmpty())
+            m_path->setText(path);
+        return;
+    }
+    const QString path = getPresenter()->getOpenFileName(m_form, tr("Bundle File"), m_path->text(),
+                                                         tr("Bundler files (*.out);;All files (*)"));
+    if (path.isEmpty())
+        return;
+    m_path->setText(path);
+    // The image list usually sits beside the bundle file, or one folder up
+    // when the bundle file is in a folder of its own.
+    if (!m_list->text().trimmed().isEmpty())
+        return;
+    const QDir dir = QFileInfo(path).absoluteDir();
+    for (const QString& guess : {dir.filePath("list.txt"), dir.filePath("../list.txt")})
+        if (QFileInfo(guess).isFile()) {
+            m_list->setText(QDir::cleanPath(guess));
+            break;
+        }
+}
+
+void KvoCameraFileRows::browseList()
+{
+    const QString path = getPresenter()->getOpenFileName(m_form, tr("Image List"), m_list->text(),
+                                                         tr("Image lists (*.txt);;All files (*)"));
+    if (!path.isEmpty())
+        m_list->setText(path);
+}
+
 QDlgImportCameras::QDlgImportCameras(QWidget* parent) : QDialog(parent)
 {
     setWindowTitle(tr("Import Cameras"));
@@ -49,12 +135,6 @@ QDlgImportCameras::QDlgImportCameras(QWidget* parent) : QDialog(parent)
     m_kind->addItem(tr("COLMAP text model (cameras.txt, images.txt)"));
     m_kind->addItem(tr("Bundler v0.3 (bundle.out and its image list)"));
     m_kind->addItem(tr("Projection matrices (one 3x4 matrix file a photograph)"));
-    m_pathLabel = new QLabel(this);
-    m_path = new QLineEdit(this);
-    auto* pathButton = new QPushButton(tr("Browse..."), this);
-    m_listLabel = new QLabel(tr("Image list:"), this);
-    m_list = new QLineEdit(this);
-    m_listButton = new QPushButton(tr("Browse..."), this);
     auto* note = new QLabel(tr("Photographs are matched by file name. Photographs whose cameras have lens distortion "
                                "are undistorted into new pictures; cameras that do not fit are listed and left out."),
                             this);
@@ -63,12 +143,7 @@ QDlgImportCameras::QDlgImportCameras(QWidget* parent) : QDialog(parent)
     auto* grid = new QGridLayout;
     grid->addWidget(new QLabel(tr("Format:"), this), 0, 0);
     grid->addWidget(m_kind, 0, 1, 1, 2);
-    grid->addWidget(m_pathLabel, 1, 0);
-    grid->addWidget(m_path, 1, 1);
-    grid->addWidget(pathButton, 1, 2);
-    grid->addWidget(m_listLabel, 2, 0);
-    grid->addWidget(m_list, 2, 1);
-    grid->addWidget(m_listButton, 2, 2);
+    m_files.reset(new KvoCameraFileRows(this, grid, 1));
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     m_ok = buttons->button(QDialogButtonBox::Ok);
     buttons->button(QDialogButtonBox::Cancel)->setText(tr("Cancel"));
@@ -79,13 +154,12 @@ QDlgImportCameras::QDlgImportCameras(QWidget* parent) : QDialog(parent)
     layout->addWidget(buttons);
     setMinimumWidth(560);
 
-    connect(m_kind, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] { kindChanged(); });
-    connect(pathButton, &QPushButton::clicked, this, &QDlgImportCameras::browsePath);
-    connect(m_listButton, &QPushButton::clicked, this, &QDlgImportCameras::browseList);
+    connect(m_kind, QOverload<int>::of(&QComboBox::currentIndexChanged), this, [this] { m_files->setKind(kind()); });
     connect(buttons, &QDialogButtonBox::accepted, this, &QDlgImportCameras::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    kindChanged();
 }
+
+QDlgImportCameras::~QDlgImportCameras() = default;
 
 void QDlgImportCameras::setKind(KvoCameraSource::Kind kind)
 {
@@ -99,56 +173,17 @@ KvoCameraSource::Kind QDlgImportCameras::kind() const
 
 void QDlgImportCameras::setPath(const QString& path)
 {
-    m_path->setText(path);
+    m_files->setPath(path);
 }
 
 void QDlgImportCameras::setListFile(const QString& path)
 {
-    m_list->setText(path);
+    m_files->setListFile(path);
 }
 
 KvoCameraSource QDlgImportCameras::source() const
 {
-    const QString path = m_path->text().trimmed();
-    switch (kind()) {
-    case KvoCameraSource::Bundler: return KvoCameraSource::bundler(path, m_list->text().trimmed());
-    case KvoCameraSource::Matrices: return KvoCameraSource::matrices(path);
-    case KvoCameraSource::Colmap: break;
-    }
-    return KvoCameraSource::colmap(path);
-}
-
-void QDlgImportCameras::kindChanged()
-{
-    const bool bundler = kind() == KvoCameraSource::Bundler;
-    m_pathLabel->setText(bundler ? tr("Bundle file:") : tr("Folder:"));
-    m_listLabel->setEnabled(bundler);
-    m_list->setEnabled(bundler);
-    m_listButton->setEnabled(bundler);
-}
-
-QString browseCameraSource(QWidget* parent, bool bundler, const QString& current, QString* listGuess)
-{
-    if (!bundler)
-        return getPresenter()->getExistingDirectory(parent, tr("Camera Folder"), current);
-    const QString path =
-        getPresenter()->getOpenFileName(parent, tr("Bundle File"), current, tr("Bundler files (*.out);;All files (*)"));
-    // The image list usually sits beside the bundle file, or one folder up
-    // when the bundle file is in a folder of its own.
-    if (!path.isEmpty() && listGuess) {
-        const QDir dir = QFileInfo(path).absoluteDir();
-        for (const QString& guess : {dir.filePath("list.txt"), dir.filePath("../list.txt")})
-            if (QFileInfo(guess).isFile()) {
-                *listGuess = QDir::cleanPath(guess);
-                break;
-            }
-    }
-    return path;
-}
-
-QString browseImageList(QWidget* parent, const QString& current)
-{
-    return getPresenter()->getOpenFileName(parent, tr("Image List"), current, tr("Image lists (*.txt);;All files (*)"));
+    return m_files->source();
 }
 
 QString cameraSourceProblem(const KvoCameraSource& s)
@@ -162,23 +197,6 @@ QString cameraSourceProblem(const KvoCameraSource& s)
         return s.listFile.isEmpty() ? tr("Please choose the image list of the bundle file.")
                                     : tr("%1 does not exist.").arg(s.listFile);
     return QString();
-}
-
-void QDlgImportCameras::browsePath()
-{
-    QString list;
-    const QString path = browseCameraSource(this, kind() == KvoCameraSource::Bundler, m_path->text(), &list);
-    if (!path.isEmpty())
-        m_path->setText(path);
-    if (!list.isEmpty() && m_list->text().trimmed().isEmpty())
-        m_list->setText(list);
-}
-
-void QDlgImportCameras::browseList()
-{
-    const QString path = browseImageList(this, m_list->text());
-    if (!path.isEmpty())
-        m_list->setText(path);
 }
 
 void QDlgImportCameras::accept()
