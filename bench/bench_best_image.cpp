@@ -29,6 +29,7 @@
 #include <memory>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "SampleProject.h"
 #include "autotexture/KvoBestImage.h"
 #include "autotexture/KvoViewSelection.h"
@@ -40,36 +41,12 @@ using namespace kvo;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using qvbench::Clock;
+using qvbench::resetPeakMemory;
+using qvbench::secondsSince;
+using qvbench::statusMB;
 
 constexpr double kTargetSeconds = 60;
-
-double secondsSince(Clock::time_point t0)
-{
-    return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-// A line of /proc/self/status in MB (the kernel writes kB); 0 when missing.
-double statusMB(const char* key)
-{
-    QFile f("/proc/self/status");
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    const QByteArray prefix = QByteArray(key) + ':';
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith(prefix))
-            return line.mid(prefix.size()).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    return 0;
-}
-
-// Starts the peak resident size afresh, so that each benchmark's peak is its
-// own and not the scene generator's. False where the kernel does not allow it;
-// the peak is then the process's so far.
-bool resetPeakMemory()
-{
-    QFile f("/proc/self/clear_refs");
-    return f.open(QIODevice::WriteOnly) && f.write("5") == 1;
-}
 
 struct Setup {
     QTemporaryDir dir{QDir(getWorkFolder()).filePath("bench-best-image-XXXXXX")};

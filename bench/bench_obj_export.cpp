@@ -59,13 +59,13 @@ std::unique_ptr<aiScene> assimpScene(const CKvoSmartMesh& m)
     scene->mRootNode->mNumMeshes = 1;
     scene->mRootNode->mMeshes = new unsigned[1]{0};
     scene->mNumMaterials = 1;
-    scene->mMaterials = new aiMaterial*[1]{new aiMaterial()};
+    scene->mMaterials = new aiMaterial* [1] { new aiMaterial() };
     aiString name("bench_grid0");
     scene->mMaterials[0]->AddProperty(&name, AI_MATKEY_NAME);
     aiString tex("bench_Texture/bench_grid0.jpg");
     scene->mMaterials[0]->AddProperty(&tex, AI_MATKEY_TEXTURE_DIFFUSE(0));
     scene->mNumMeshes = 1;
-    scene->mMeshes = new aiMesh*[1]{new aiMesh()};
+    scene->mMeshes = new aiMesh* [1] { new aiMesh() };
     aiMesh* mesh = scene->mMeshes[0];
     mesh->mMaterialIndex = 0;
     const unsigned nv = unsigned(m.vertices->getCount());

@@ -22,6 +22,7 @@
 
 #include <tiny_obj_loader.h>
 
+#include "BenchSupport.h"
 #include "modelio/KvoObjModelBuild.h"
 #include "scene/KvoFile.h"
 
@@ -106,22 +107,11 @@ QString benchFile()
     return path;
 }
 
-long statusKb(const char* key)
-{
-    std::ifstream in("/proc/self/status");
-    std::string line;
-    const size_t n = std::strlen(key);
-    while (std::getline(in, line))
-        if (line.compare(0, n, key) == 0)
-            return std::atol(line.c_str() + n);
-    return -1;
-}
-
 // Starts a fresh peak: the high-water mark falls back to the present resident set.
 long resetPeak()
 {
-    std::ofstream("/proc/self/clear_refs") << "5";
-    return statusKb("VmRSS:");
+    qvbench::resetPeakMemory();
+    return qvbench::statusKb("VmRSS");
 }
 
 double modelBytes(const IKvoModel& m)
@@ -153,7 +143,7 @@ void BM_QuovaraReadAndBuild(benchmark::State& state)
         unsigned images = 0;
         const long rc = buildModelFromObj(file, model, obj, images, nullptr);
         const auto t1 = std::chrono::steady_clock::now();
-        const long peak = statusKb("VmHWM:") - base;
+        const long peak = qvbench::statusKb("VmHWM") - base;
         if (rc != 0 || model->getMeshCount() != 1 || model->getMesh(0)->getFaceCount() != 2 * kSide * kSide) {
             state.SkipWithError("the import did not give the whole model");
             return;
@@ -183,7 +173,7 @@ void BM_TinyObjLoader(benchmark::State& state)
         const bool ok = tinyobj::LoadObj(&attrib, &shapes, &materials, &warn, &err, QFile::encodeName(file).constData(),
                                          nullptr, true, false);
         const auto t1 = std::chrono::steady_clock::now();
-        const long peak = statusKb("VmHWM:") - base;
+        const long peak = qvbench::statusKb("VmHWM") - base;
         size_t faces = 0;
         for (auto& s : shapes)
             faces += s.mesh.num_face_vertices.size();

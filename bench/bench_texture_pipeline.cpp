@@ -26,14 +26,13 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
-#include <malloc.h>
-
 #include <chrono>
 #include <clocale>
 #include <cstdio>
 #include <memory>
 #include <string>
 
+#include "BenchSupport.h"
 #include "SampleWriter.h"
 #include "autotexture/KvoTexturePipeline.h"
 #include "platform/KvoProgressImpl.h"
@@ -45,7 +44,10 @@ using namespace kvo;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using qvbench::Clock;
+using qvbench::resetPeakMemory;
+using qvbench::secondsSince;
+using qvbench::statusMB;
 
 constexpr double kTargetSeconds = 300;
 constexpr int kPhotos = 30;
@@ -58,36 +60,6 @@ constexpr long kAtlas = 4096;
 // of a blur of it, while the ground's 40 m square stays a 3840-texel texture
 // that the generator makes in seconds.
 constexpr double kTexelsPerMetre = 96;
-
-double secondsSince(Clock::time_point t0)
-{
-    return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-// A line of /proc/self/status in MB (the kernel writes kB); 0 when missing.
-double statusMB(const char* key)
-{
-    QFile f("/proc/self/status");
-    if (!f.open(QIODevice::ReadOnly))
-        return 0;
-    const QByteArray prefix = QByteArray(key) + ':';
-    for (const QByteArray& line : f.readAll().split('\n'))
-        if (line.startsWith(prefix))
-            return line.mid(prefix.size()).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    return 0;
-}
-
-// Starts the peak resident size afresh, so that each benchmark's peak is its
-// own and not the scene generator's. The heap the generator freed is handed
-// back first: otherwise it stays resident and the new peak starts above it.
-// False where the kernel does not allow the reset; the peak is then the
-// process's so far.
-bool resetPeakMemory()
-{
-    malloc_trim(0);
-    QFile f("/proc/self/clear_refs");
-    return f.open(QIODevice::WriteOnly) && f.write("5") == 1;
-}
 
 // Counter names cannot hold spaces: "data terms" becomes "s_data_terms".
 std::string stageCounter(const QString& stage)
