@@ -38,15 +38,6 @@ protected:
             return dialog->result();
         };
     }
-    std::map<long, std::vector<unsigned>> texMeshes() const
-    {
-        std::map<long, std::vector<unsigned>> out;
-        ref_ptr<MeshArray> meshes;
-        getMM()->getTexMeshes(meshes);
-        for (long i = 0; meshes && i < meshes->getCount(); ++i)
-            out[(*meshes)[i]->getImageId()] = (*meshes)[i]->getTriangleIndices()->vec();
-        return out;
-    }
 };
 
 } // namespace
@@ -99,7 +90,7 @@ TEST_F(TextureMenu, CancelInTheProgressDialogLeavesTheTextureMeshesAsTheyWere)
     script(output, false, false);
     texture->trigger();
     ASSERT_TRUE(QFileInfo(output).isFile()) << presenter->lastText().toStdString();
-    const auto before = texMeshes();
+    const auto before = qvtest::texMeshTriangles();
     ASSERT_EQ(before.size(), 8u);
 
     // Cancel as soon as the progress dialog shows.
@@ -119,7 +110,7 @@ TEST_F(TextureMenu, CancelInTheProgressDialogLeavesTheTextureMeshesAsTheyWere)
     EXPECT_TRUE(pressed);
     EXPECT_TRUE(presenter->lastText().startsWith("Cancelled. The texture meshes are as they were."))
         << presenter->lastText().toStdString();
-    EXPECT_EQ(texMeshes(), before);
+    EXPECT_EQ(qvtest::texMeshTriangles(), before);
     EXPECT_FALSE(QFileInfo::exists(scratch.file("out/again.obj")));
     EXPECT_FALSE(getMM()->isTexEditOpen());
 }

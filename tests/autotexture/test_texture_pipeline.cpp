@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegularExpression>
 
 #include <opencv2/imgcodecs.hpp>
@@ -32,17 +31,6 @@ bool copyFolder(const QString& from, const QString& to)
             return false;
     }
     return true;
-}
-
-// Texture meshes as image id -> triangle indices, to compare states.
-std::map<long, std::vector<unsigned>> texMeshes()
-{
-    std::map<long, std::vector<unsigned>> out;
-    ref_ptr<MeshArray> meshes;
-    getMM()->getTexMeshes(meshes);
-    for (long i = 0; meshes && i < meshes->getCount(); ++i)
-        out[(*meshes)[i]->getImageId()] = (*meshes)[i]->getTriangleIndices()->vec();
-    return out;
 }
 
 class TexturePipeline : public qvtest::ViewerTest {
@@ -128,12 +116,8 @@ TEST_F(TexturePipeline, TheTexturedModelOpensInAnotherReader)
 {
     KvoTextureJobReport r;
     ASSERT_EQ(textureFromFiles(job(), r, nullptr), 0) << r.summary().toStdString();
-    QProcess assimp;
-    assimp.setProcessChannelMode(QProcess::MergedChannels);
-    assimp.start("assimp", {"info", r.objFile});
-    ASSERT_TRUE(assimp.waitForFinished(60000));
-    const QString said = QString::fromLocal8Bit(assimp.readAll());
-    EXPECT_EQ(assimp.exitCode(), 0) << said.toStdString();
+    QString said;
+    EXPECT_EQ(qvtest::assimpInfo(r.objFile, said), 0) << said.toStdString();
     EXPECT_FALSE(said.contains("Error", Qt::CaseInsensitive)) << said.toStdString();
     EXPECT_TRUE(said.contains(QRegularExpression(QString("Faces:\\s+%1\\n").arg(r.faces)))) << said.toStdString();
     const QString summary = r.summary();
@@ -235,7 +219,7 @@ TEST_F(TexturePipeline, CancelRestoresTheTextureMeshesAndBadFilesChangeNothing)
 {
     KvoTextureJobReport r;
     ASSERT_EQ(textureFromFiles(job(), r, nullptr), 0) << r.summary().toStdString();
-    const auto before = texMeshes();
+    const auto before = qvtest::texMeshTriangles();
     ASSERT_GT(before.size(), 1u);
     for (int when : {1, 3, 6, 12}) {
         SCOPED_TRACE(when);
@@ -246,7 +230,7 @@ TEST_F(TexturePipeline, CancelRestoresTheTextureMeshesAndBadFilesChangeNothing)
         KvoTextureJobReport rc;
         EXPECT_EQ(textureOpenProject(j, rc, nullptr), kvoPipelineCancelled);
         EXPECT_FALSE(getMM()->isTexEditOpen());
-        EXPECT_EQ(texMeshes(), before);
+        EXPECT_EQ(qvtest::texMeshTriangles(), before);
         EXPECT_FALSE(QFileInfo::exists(j.output));
     }
 

@@ -5,7 +5,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegularExpression>
 
 #include <map>
@@ -222,12 +221,8 @@ TEST_F(ExportOnSample, AtlasExportShowsWhatTheProjectShows)
 void expectAssimpAgrees(const KvoExportReport& r)
 {
     // A real client reads the files without complaint and counts as we do.
-    QProcess assimp;
-    assimp.setProcessChannelMode(QProcess::MergedChannels);
-    assimp.start("assimp", {"info", r.objFile});
-    ASSERT_TRUE(assimp.waitForFinished(60000));
-    const QString said = QString::fromLocal8Bit(assimp.readAll());
-    EXPECT_EQ(assimp.exitCode(), 0) << said.toStdString();
+    QString said;
+    EXPECT_EQ(qvtest::assimpInfo(r.objFile, said), 0) << said.toStdString();
     EXPECT_FALSE(said.contains("Warn", Qt::CaseInsensitive)) << said.toStdString();
     EXPECT_FALSE(said.contains("Error", Qt::CaseInsensitive)) << said.toStdString();
     EXPECT_TRUE(said.contains(QRegularExpression(QString("Faces:\\s+%1\\n").arg(r.faces)))) << said.toStdString();

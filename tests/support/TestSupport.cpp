@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QImage>
+#include <QProcess>
 
 #include "scene/KvoFile.h"
 
@@ -83,6 +84,27 @@ bool copyFile(const QString& from, const QString& to)
 {
     QFile::remove(to);
     return QFile::copy(from, to);
+}
+
+std::map<long, std::vector<unsigned>> texMeshTriangles()
+{
+    std::map<long, std::vector<unsigned>> out;
+    kvo::ref_ptr<kvo::MeshArray> meshes;
+    kvo::getMM()->getTexMeshes(meshes);
+    for (long i = 0; meshes && i < meshes->getCount(); ++i)
+        out[(*meshes)[i]->getImageId()] = (*meshes)[i]->getTriangleIndices()->vec();
+    return out;
+}
+
+int assimpInfo(const QString& file, QString& said)
+{
+    QProcess assimp;
+    assimp.setProcessChannelMode(QProcess::MergedChannels);
+    assimp.start("assimp", {"info", file});
+    if (!assimp.waitForFinished(60000) || assimp.exitStatus() != QProcess::NormalExit)
+        return -1;
+    said = QString::fromLocal8Bit(assimp.readAll());
+    return assimp.exitCode();
 }
 
 } // namespace qvtest

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <ostream>
+#include <vector>
 
 #include "scene/KvoTypes.h"
 
@@ -39,6 +41,14 @@ KvoMatrix4d rigidTransform(XPnt3d axis, double angle, const XPnt3d& translation 
 
 // Copies a file byte for byte; false on failure.
 bool copyFile(const QString& from, const QString& to);
+
+// The open project's texture meshes as image id -> triangle indices, to
+// compare the states before and after an operation.
+std::map<long, std::vector<unsigned>> texMeshTriangles();
+
+// Runs `assimp info` on a file, another program's reading of what we wrote:
+// its exit code (-1 when it could not run) and what it printed.
+int assimpInfo(const QString& file, QString& said);
 
 // Tests of the store start with no project open and a scratch folder, and
 // leave no project open behind them.
