@@ -37,16 +37,6 @@ QWidget* mainFrame()
     return vm ? vm->getMainFrame() : nullptr;
 }
 
-void say(QWidget* parent, QMessageBox::Icon icon, const QString& text)
-{
-    KvoMessage m;
-    m.icon = icon;
-    m.title = tr("Quovara");
-    m.text = text;
-    m.buttons = {QMessageBox::Ok};
-    getPresenter()->showMessage(parent, m);
-}
-
 const long kAtlasSizes[] = {1024, 2048, 4096, 8192};
 
 } // namespace
@@ -171,7 +161,7 @@ void QDlgTextureJob::browseOutput()
 void QDlgTextureJob::accept()
 {
     const KvoTextureJob j = job();
-    auto warn = [this](const QString& text) { say(this, QMessageBox::Warning, text); };
+    auto warn = [this](const QString& text) { showOkMessage(this, QMessageBox::Warning, tr("Quovara"), text); };
     if (j.haveCameras) {
         const QString problem = cameraSourceProblem(j.cameras);
         if (!problem.isEmpty())
@@ -235,7 +225,8 @@ long cmdTextureModel()
     const QString text = rc == kvoPipelineCancelled
                              ? tr("Cancelled. The texture meshes are as they were.") + "\n\n" + report.summary()
                              : report.summary();
-    say(mainFrame(), rc == 0 && report.skipped.isEmpty() ? QMessageBox::Information : QMessageBox::Warning, text);
+    showOkMessage(mainFrame(), rc == 0 && report.skipped.isEmpty() ? QMessageBox::Information : QMessageBox::Warning,
+                  tr("Quovara"), text);
     return rc;
 }
 

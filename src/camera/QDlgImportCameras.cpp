@@ -32,15 +32,6 @@ QWidget* mainFrame()
     return vm ? vm->getMainFrame() : nullptr;
 }
 
-void warnInDialog(QWidget* parent, const QString& text)
-{
-    KvoMessage m;
-    m.icon = QMessageBox::Warning;
-    m.text = text;
-    m.buttons = {QMessageBox::Ok};
-    getPresenter()->showMessage(parent, m);
-}
-
 } // namespace
 
 KvoCameraFileRows::KvoCameraFileRows(QWidget* form, QGridLayout* grid, int firstRow) : m_form(form)
@@ -203,7 +194,7 @@ void QDlgImportCameras::accept()
 {
     const QString problem = cameraSourceProblem(source());
     if (!problem.isEmpty()) {
-        warnInDialog(this, problem);
+        showOkMessage(this, QMessageBox::Warning, QString(), problem);
         return;
     }
     QDialog::accept();
@@ -225,13 +216,9 @@ long cmdImportCameras()
             images->refreshImage(0);
         vm->updateViews();
     }
-    KvoMessage m;
-    m.icon = n > 0 && report.skipped.empty() && report.skippedLines.isEmpty() ? QMessageBox::Information
-                                                                              : QMessageBox::Warning;
-    m.title = tr("Quovara");
-    m.text = report.summary(false);
-    m.buttons = {QMessageBox::Ok};
-    getPresenter()->showMessage(mainFrame(), m);
+    const bool clean = n > 0 && report.skipped.empty() && report.skippedLines.isEmpty();
+    showOkMessage(mainFrame(), clean ? QMessageBox::Information : QMessageBox::Warning, tr("Quovara"),
+                  report.summary(false));
     return n > 0 ? 0 : -1;
 }
 

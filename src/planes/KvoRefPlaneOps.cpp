@@ -19,12 +19,7 @@ QString tr(const char* s)
 
 void tip(const QString& text)
 {
-    KvoMessage m;
-    m.icon = QMessageBox::Information;
-    m.title = tr("Tips");
-    m.text = text;
-    m.buttons = {QMessageBox::Ok};
-    getPresenter()->showMessage(nullptr, m);
+    showOkMessage(nullptr, QMessageBox::Information, tr("Tips"), text);
 }
 
 XPnt3d unit(const XPnt3d& v)

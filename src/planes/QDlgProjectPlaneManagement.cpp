@@ -33,12 +33,7 @@ void redrawViews()
 
 void warnSelect()
 {
-    KvoMessage m;
-    m.icon = QMessageBox::Warning;
-    m.title = QObject::tr("Quovara");
-    m.text = QObject::tr("Please select a plane!");
-    m.buttons = {QMessageBox::Ok};
-    getPresenter()->showMessage(nullptr, m);
+    showOkMessage(nullptr, QMessageBox::Warning, QObject::tr("Quovara"), QObject::tr("Please select a plane!"));
 }
 
 } // namespace

@@ -42,6 +42,17 @@ public:
 };
 
 QV_EXPORT ref_ptr<IKvoPresenter> getPresenter();
+
+// A message with an OK button only, over parent (null: the presenter's choice).
+inline void showOkMessage(QWidget* parent, QMessageBox::Icon icon, const QString& title, const QString& text)
+{
+    KvoMessage m;
+    m.icon = icon;
+    m.title = title;
+    m.text = text;
+    m.buttons = {QMessageBox::Ok};
+    getPresenter()->showMessage(parent, m);
+}
 // Installs a presenter; null goes back to the default.
 QV_EXPORT void setPresenter(const ref_ptr<IKvoPresenter>& presenter);
 
