@@ -82,6 +82,10 @@ long checkCameras(const KvoCameraSource& source, KvoTextureJobReport& report)
 
 } // namespace
 
+namespace {
+long continueOnProject(const KvoTextureJob& job, KvoTextureJobReport& report, IKvoProgress* progress);
+}
+
 double KvoTextureJobReport::totalSeconds() const
 {
     double s = 0;
@@ -256,22 +260,20 @@ long textureFromFiles(const KvoTextureJob& given, KvoTextureJobReport& report, I
     report.stages.push_back({tr("photographs"), since(t0)});
     if (report.photosAdded == 0)
         return fail(report, kvoPipelineBadInput, tr("None of the photographs could be read."));
-    const KvoTextureJobReport head = report;
-    const long rc = textureOpenProject(job, report, progress);
-    // The stages and lines so far come first.
-    report.projectFile = head.projectFile;
-    report.photosFound = head.photosFound;
-    report.photosAdded = head.photosAdded;
-    report.stages.insert(report.stages.begin(), head.stages.begin(), head.stages.end());
-    report.skipped = head.skipped + report.skipped;
-    return rc;
+    return continueOnProject(job, report, progress);
 }
 
 long textureOpenProject(const KvoTextureJob& job, KvoTextureJobReport& report, IKvoProgress* progress)
 {
-    const KvoTextureJobReport keep = report;
     report = KvoTextureJobReport();
-    report.projectFile = keep.projectFile;
+    return continueOnProject(job, report, progress);
+}
+
+namespace {
+
+// The stages on the open project, added to what report holds already.
+long continueOnProject(const KvoTextureJob& job, KvoTextureJobReport& report, IKvoProgress* progress)
+{
     IKvoMM* mm = getMM();
     ref_ptr<IKvoProject> project;
     ref_ptr<IKvoModel> model;
@@ -407,5 +409,7 @@ long textureOpenProject(const KvoTextureJob& job, KvoTextureJobReport& report, I
     prgStep(progress, 1.0);
     return 0;
 }
+
+} // namespace
 
 } // namespace kvo
