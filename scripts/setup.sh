@@ -6,7 +6,7 @@ set -euo pipefail
 PACKAGES=(
   build-essential cmake ninja-build ccache pkg-config clang-format
   qtbase5-dev qtbase5-dev-tools libqt5opengl5-dev libqt5sql5-sqlite
-  libopencv-dev
+  libopencv-dev libeigen3-dev
   libopenmesh-dev
   libexiv2-dev
   libgl1-mesa-dev libglu1-mesa-dev libosmesa6-dev libgl1-mesa-dri

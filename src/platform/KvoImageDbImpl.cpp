@@ -441,6 +441,16 @@ long CKvoImageDb::setTexture(const ref_ptr<IKvoImage>& image, long id, long leve
     ref_ptr<CKvoImageInfo> rec = record(id);
     if (!rec || !image || image->isEmpty() || level < 1 || level > 2)
         return kvoErrBadArgument;
+    // Pixels read unchanged from the very file the project copy is need no
+    // new file: a restored backup leaves the project as it was saved.
+    const QString source = image->getSourceFile();
+    if (level == 2 && !source.isEmpty() && source == QFileInfo(rec->getFilePath(kvoPathImage)).absoluteFilePath()) {
+        m_pending.erase({id, level});
+        m_cache.remove_if([id](const auto& e) { return e.first.first == id; });
+        rec->setImageSize(XPnt2i(int(image->getWidth()), int(image->getHeight())));
+        fire(2, id);
+        return kvoOk;
+    }
     m_pending[{id, level}] = image->clone();
     m_cache.remove_if([id](const auto& e) { return e.first.first == id; });
     if (level == 2)
@@ -452,6 +462,20 @@ long CKvoImageDb::setTexture(const ref_ptr<IKvoImage>& image, long id, long leve
 bool CKvoImageDb::hasPendingTexture(long id, long level) const
 {
     return m_pending.count({id, level}) > 0;
+}
+
+void CKvoImageDb::discardPendingTexture(long id, long level)
+{
+    if (m_pending.erase({id, level}) == 0)
+        return;
+    m_cache.remove_if([id](const auto& e) { return e.first.first == id; });
+    if (ref_ptr<CKvoImageInfo> rec = record(id)) {
+        // The size goes back to the file's (its header tells it).
+        const QSize size = QImageReader(rec->getFilePath(kvoPathImage)).size();
+        if (level == 2 && size.isValid())
+            rec->setImageSize(XPnt2i(size.width(), size.height()));
+    }
+    fire(2, id);
 }
 
 long CKvoImageDb::commit()

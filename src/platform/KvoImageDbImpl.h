@@ -122,6 +122,8 @@ public:
     void resetRecords(const std::vector<ref_ptr<CKvoImageInfo>>& records, long nextId);
     // Unsaved pixel changes, for edit sessions.
     bool hasPendingTexture(long id, long level) const;
+    // Forgets unsaved pixels of a level: the file the record names holds them again.
+    void discardPendingTexture(long id, long level);
     // Deletes files in the image folder that no record names. Called after a
     // successful save and on open, never before the project file is written.
     void collectGarbage();

@@ -654,7 +654,9 @@ long CKvoMM::openTexEdit(IKvoProgress* progress, long, long backupImageDb)
         backup->mappingTypes[id] = db->record(id)->getMappingType();
         if (backupImageDb && isImageMapped(id)) {
             ref_ptr<IKvoImage> tex;
-            if (db->getTexture(tex, id, 2))
+            if (!db->hasPendingTexture(id, 2))
+                backup->dbTextures[id] = tex; // the file on disk is the backup
+            else if (db->getTexture(tex, id, 2))
                 backup->dbTextures[id] = tex; // copy on write: costs nothing until an edit
         }
     }
@@ -695,8 +697,12 @@ long CKvoMM::restoreTexEdit(IKvoProgress* progress)
     for (auto& kv : b.mappingTypes)
         if (auto rec = db->record(kv.first))
             rec->setMappingType(kv.second);
-    for (auto& kv : b.dbTextures)
-        db->setTexture(kv.second, kv.first, 2);
+    for (auto& kv : b.dbTextures) {
+        if (kv.second)
+            db->setTexture(kv.second, kv.first, 2);
+        else
+            db->discardPendingTexture(kv.first, 2);
+    }
     m_vcParams = b.vcParams;
     model()->rewindNextMeshId(b.nextMeshId);
     m_dirty = true;

@@ -46,7 +46,9 @@ struct KvoTexEditBackup {
     std::vector<MeshCopy> texMeshes;
     std::map<long, long> mappingTypes;
     std::map<long, ZebQVVCParam> vcParams;
-    std::map<long, ref_ptr<IKvoImage>> dbTextures; // level 2, when asked for
+    // Level 2, when asked for: the unsaved pixels of an image, or null where
+    // the project's file holds them (nothing to keep in memory).
+    std::map<long, ref_ptr<IKvoImage>> dbTextures;
     long nextMeshId = 1;                           // so that meshes made and dropped in the session leave no trace
 };
 

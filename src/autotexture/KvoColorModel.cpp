@@ -1,0 +1,1033 @@
+#include "autotexture/KvoColorModel.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QObject>
+
+#include <Eigen/IterativeLinearSolvers>
+#include <Eigen/SparseCholesky>
+#include <Eigen/SparseCore>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <unordered_map>
+
+#include "modelio/KvoMeshRepair.h"
+#include "scene/KvoMeshAdjacency.h"
+
+namespace Rec3D {
+namespace RecMesh {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using SpMat = Eigen::SparseMatrix<double>;
+using Triplet = Eigen::Triplet<double>;
+
+double since(Clock::time_point t0)
+{
+    return std::chrono::duration<double>(Clock::now() - t0).count();
+}
+
+// Pixel values are taken as a pure power law of linear light: a gain in
+// linear light is then a gain of the pixel values by its 1/gamma power, so
+// the model is fitted in log linear light and applied to the values directly.
+constexpr double kGamma = 2.2;
+// Samples brighter than this on any channel may be clipped, darker ones carry
+// too little signal for a ratio.
+constexpr float kClipHigh = 250.0f, kClipLow = 3.0f;
+// Samples along a seam edge at most (a long edge seen huge in one picture).
+constexpr int kMaxSamplesPerEdge = 2048;
+
+// One edge where two patches meet, seen from both sides.
+struct SeamEdge {
+    int32_t patch[2];
+    int32_t face[2];
+    uint16_t image[2];
+    // Pixel positions of the edge's two ends on each side.
+    float end[2][2][2]; // [side][end][x or y]
+    uint32_t vertex[2];
+    uint32_t firstSample = 0, sampleCount = 0;
+};
+
+// What one side of one sample read.
+struct SideSample {
+    float c[3];
+    bool ok;
+};
+
+struct Patch {
+    uint16_t image;
+    std::vector<int32_t> faces;
+};
+
+// Bilinear read of an RGBA picture at a continuous pixel position (pixel
+// centres at half integers); false outside, where a neighbour is not opaque,
+// or where the value may be clipped.
+bool readSample(const cv::Mat& blurred, const cv::Mat& original, float x, float y, float out[3])
+{
+    const float fx = x - 0.5f, fy = y - 0.5f;
+    const int x0 = int(std::floor(fx)), y0 = int(std::floor(fy));
+    if (x0 < 0 || y0 < 0 || x0 + 1 >= blurred.cols || y0 + 1 >= blurred.rows)
+        return false;
+    const float ax = fx - float(x0), ay = fy - float(y0);
+    const float w[4] = {(1 - ax) * (1 - ay), ax * (1 - ay), (1 - ax) * ay, ax * ay};
+    const uint8_t* p[4] = {blurred.ptr<uint8_t>(y0) + 4 * x0, blurred.ptr<uint8_t>(y0) + 4 * (x0 + 1),
+                           blurred.ptr<uint8_t>(y0 + 1) + 4 * x0, blurred.ptr<uint8_t>(y0 + 1) + 4 * (x0 + 1)};
+    const uint8_t* q[4] = {original.ptr<uint8_t>(y0) + 4 * x0, original.ptr<uint8_t>(y0) + 4 * (x0 + 1),
+                           original.ptr<uint8_t>(y0 + 1) + 4 * x0, original.ptr<uint8_t>(y0 + 1) + 4 * (x0 + 1)};
+    for (int k = 0; k < 4; ++k)
+        if (q[k][3] != 255)
+            return false;
+    for (int c = 0; c < 3; ++c) {
+        out[c] = w[0] * p[0][c] + w[1] * p[1][c] + w[2] * p[2][c] + w[3] * p[3][c];
+        if (out[c] >= kClipHigh || out[c] <= kClipLow)
+            return false;
+    }
+    return true;
+}
+
+double median(std::vector<double>& v)
+{
+    if (v.empty())
+        return 0;
+    const size_t mid = v.size() / 2;
+    std::nth_element(v.begin(), v.begin() + long(mid), v.end());
+    return v[mid];
+}
+
+// Solves the symmetric positive definite system by conjugate gradients with a
+// diagonal preconditioner, for each column of b; x holds the start and the answer.
+long solveCG(const SpMat& A, const Eigen::MatrixXd& b, Eigen::MatrixXd& x, int maxIterations, double tolerance)
+{
+    Eigen::ConjugateGradient<SpMat, Eigen::Lower | Eigen::Upper> cg;
+    cg.setMaxIterations(maxIterations);
+    cg.setTolerance(tolerance);
+    cg.compute(A);
+    long iterations = 0;
+    for (int c = 0; c < b.cols(); ++c) {
+        if (b.col(c).squaredNorm() == 0) {
+            x.col(c).setZero();
+            continue;
+        }
+        x.col(c) = cg.solveWithGuess(b.col(c), x.col(c));
+        iterations = std::max<long>(iterations, long(cg.iterations()));
+    }
+    return iterations;
+}
+
+// The run's state shared by its passes.
+class ColourRun {
+public:
+    ColourRun(const KvoHalfEdgeMesh& mesh, const PatchTable& patches, const std::map<uint16_t, ImgInfo>& images,
+              const std::vector<FaceCorners>& faceUVs, const ColorOptions& options, ColorStats& stats)
+        : m_mesh(mesh), m_images(images), m_faceUVs(faceUVs), m_opt(options), m_stats(stats)
+    {
+        for (const auto& kv : patches) {
+            if (kv.second.empty() || !images.count(kv.first.second))
+                continue;
+            Patch p;
+            p.image = kv.first.second;
+            for (const OpenMesh::FaceHandle& fh : kv.second)
+                if (fh.idx() >= 0 && fh.idx() < long(faceUVs.size()))
+                    p.faces.push_back(fh.idx());
+            if (!p.faces.empty())
+                m_patches.push_back(std::move(p));
+        }
+    }
+
+    long run(const QString& folder);
+
+private:
+    void buildSeams();
+    bool loadPicture(uint16_t id, cv::Mat& rgba, QString& why) const;
+    long samplePass();
+    void solveGains();
+    void solveOffsets();
+    long applyPass(const QString& folder);
+    void correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out);
+    void levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction);
+    void measureAfter(uint16_t id, const cv::Mat& corrected);
+
+    // The corrected sample on one side, by the global model (gain and offsets).
+    float corrected(const SeamEdge& e, int side, uint32_t s, int c) const
+    {
+        const SideSample& v = m_side[side][s];
+        const float t = (float(s - e.firstSample) + 0.5f) / float(e.sampleCount);
+        const float g = m_pixelGain.at(e.image[side])[size_t(c)];
+        const float o = float((1 - t) * m_offset(unknownOf(e.patch[side], e.vertex[0]), c) +
+                              t * m_offset(unknownOf(e.patch[side], e.vertex[1]), c));
+        return std::min(255.0f, v.c[c] * g) + o;
+    }
+    long unknownOf(int32_t patch, uint32_t vertex) const
+    {
+        const uint64_t key = (uint64_t(uint32_t(patch)) << 32) | vertex;
+        auto it = std::lower_bound(m_unknownKeys.begin(), m_unknownKeys.end(), key);
+        return it != m_unknownKeys.end() && *it == key ? long(it - m_unknownKeys.begin()) : -1;
+    }
+
+    const KvoHalfEdgeMesh& m_mesh;
+    const std::map<uint16_t, ImgInfo>& m_images;
+    const std::vector<FaceCorners>& m_faceUVs;
+    const ColorOptions& m_opt;
+    ColorStats& m_stats;
+
+    std::vector<Patch> m_patches;
+    std::vector<int32_t> m_facePatch;
+    std::vector<std::array<uint32_t, 3>> m_faceVertices;
+    std::vector<SeamEdge> m_seams;
+    std::map<uint16_t, std::vector<std::pair<uint32_t, int>>> m_imageSides; // seam and side, by image
+    std::vector<SideSample> m_side[2];
+    std::vector<float> m_after[2]; // corrected samples, three a sample
+    std::vector<float> m_weight;   // robust weight of each sample (0: an outlier or unusable)
+    std::map<uint16_t, std::array<double, 3>> m_logGain;
+    std::map<uint16_t, std::array<float, 3>> m_pixelGain;
+    std::map<uint16_t, bool> m_readable;
+    std::vector<uint64_t> m_unknownKeys;
+    Eigen::MatrixXd m_offset;
+};
+
+void ColourRun::buildSeams()
+{
+    const long faceCount = long(m_faceUVs.size());
+    m_facePatch.assign(size_t(faceCount), -1);
+    for (size_t p = 0; p < m_patches.size(); ++p)
+        for (int32_t f : m_patches[p].faces)
+            m_facePatch[size_t(f)] = int32_t(p);
+    m_faceVertices.resize(size_t(faceCount));
+    std::vector<uint32_t> tris(size_t(faceCount) * 3);
+    for (long f = 0; f < faceCount; ++f) {
+        unsigned v[3];
+        m_mesh.getFaceVertices(f, v);
+        for (int k = 0; k < 3; ++k)
+            tris[size_t(3 * f + k)] = m_faceVertices[size_t(f)][size_t(k)] = v[k];
+    }
+    std::vector<uint32_t> start, nb;
+    kvo::faceEdgeNeighbours(tris.data(), faceCount, start, nb);
+
+    // Unknowns of the seam levelling: one a vertex of each patch.
+    for (long f = 0; f < faceCount; ++f)
+        if (m_facePatch[size_t(f)] >= 0)
+            for (uint32_t v : m_faceVertices[size_t(f)])
+                m_unknownKeys.push_back((uint64_t(uint32_t(m_facePatch[size_t(f)])) << 32) | v);
+    std::sort(m_unknownKeys.begin(), m_unknownKeys.end());
+    m_unknownKeys.erase(std::unique(m_unknownKeys.begin(), m_unknownKeys.end()), m_unknownKeys.end());
+
+    uint32_t samples = 0;
+    for (long f = 0; f < faceCount; ++f) {
+        const int32_t pf = m_facePatch[size_t(f)];
+        if (pf < 0)
+            continue;
+        for (uint32_t k = start[size_t(f)]; k < start[size_t(f) + 1]; ++k) {
+            const long g = long(nb[k]);
+            const int32_t pg = m_facePatch[size_t(g)];
+            if (g <= f || pg < 0 || pg == pf)
+                continue;
+            // The shared vertices and where each stands in either face.
+            SeamEdge e;
+            int found = 0;
+            int cornerF[2] = {0, 0}, cornerG[2] = {0, 0};
+            for (int a = 0; a < 3 && found < 2; ++a)
+                for (int b = 0; b < 3; ++b)
+                    if (m_faceVertices[size_t(f)][size_t(a)] == m_faceVertices[size_t(g)][size_t(b)]) {
+                        e.vertex[found] = m_faceVertices[size_t(f)][size_t(a)];
+                        cornerF[found] = a;
+                        cornerG[found] = b;
+                        ++found;
+                        break;
+                    }
+            if (found < 2)
+                continue;
+            e.patch[0] = pf;
+            e.patch[1] = pg;
+            e.face[0] = int32_t(f);
+            e.face[1] = int32_t(g);
+            e.image[0] = m_patches[size_t(pf)].image;
+            e.image[1] = m_patches[size_t(pg)].image;
+            double length[2] = {0, 0};
+            for (int side = 0; side < 2; ++side) {
+                const FaceCorners& fc = m_faceUVs[size_t(e.face[side])];
+                const int* corner = side == 0 ? cornerF : cornerG;
+                for (int end = 0; end < 2; ++end) {
+                    e.end[side][end][0] = fc[size_t(corner[end])][0];
+                    e.end[side][end][1] = fc[size_t(corner[end])][1];
+                }
+                length[side] = std::hypot(e.end[side][1][0] - e.end[side][0][0], e.end[side][1][1] - e.end[side][0][1]);
+            }
+            // Two patches of one picture that meet on the same pixels are no seam.
+            if (e.image[0] == e.image[1]) {
+                bool same = true;
+                for (int end = 0; end < 2; ++end)
+                    same = same && std::fabs(e.end[0][end][0] - e.end[1][end][0]) < 0.01f &&
+                           std::fabs(e.end[0][end][1] - e.end[1][end][1]) < 0.01f;
+                if (same)
+                    continue;
+            }
+            e.firstSample = samples;
+            e.sampleCount = uint32_t(std::clamp(int(std::ceil(std::max(length[0], length[1]))), 1, kMaxSamplesPerEdge));
+            samples += e.sampleCount;
+            const uint32_t index = uint32_t(m_seams.size());
+            m_imageSides[e.image[0]].push_back({index, 0});
+            m_imageSides[e.image[1]].push_back({index, 1});
+            m_seams.push_back(e);
+        }
+    }
+    for (int side = 0; side < 2; ++side) {
+        m_side[side].assign(samples, SideSample{{0, 0, 0}, false});
+        m_after[side].assign(size_t(samples) * 3, 0.0f);
+    }
+    m_weight.assign(samples, 0.0f);
+    m_stats.seamEdges = long(m_seams.size());
+    m_stats.seamSamples = long(samples);
+}
+
+bool ColourRun::loadPicture(uint16_t id, cv::Mat& rgba, QString& why) const
+{
+    const ImgInfo& info = m_images.at(id);
+    rgba.release();
+    if (m_opt.picture) {
+        if (!m_opt.picture(id, rgba) || rgba.empty()) {
+            why = QObject::tr("its pixels cannot be read");
+            return false;
+        }
+    } else {
+        const cv::Mat raw = cv::imread(info.path.toLocal8Bit().toStdString(), cv::IMREAD_UNCHANGED);
+        if (raw.empty()) {
+            why = QObject::tr("%1 cannot be read").arg(info.path);
+            return false;
+        }
+        cv::Mat eight = raw;
+        if (raw.depth() == CV_16U)
+            raw.convertTo(eight, CV_8U, 1.0 / 257.0);
+        if (eight.channels() == 1)
+            cv::cvtColor(eight, rgba, cv::COLOR_GRAY2RGBA);
+        else if (eight.channels() == 3)
+            cv::cvtColor(eight, rgba, cv::COLOR_BGR2RGBA);
+        else
+            cv::cvtColor(eight, rgba, cv::COLOR_BGRA2RGBA);
+    }
+    if (rgba.type() == CV_8UC3) {
+        cv::Mat four;
+        cv::cvtColor(rgba, four, cv::COLOR_RGB2RGBA);
+        rgba = four;
+    } else if (rgba.type() == CV_8UC1) {
+        cv::Mat four;
+        cv::cvtColor(rgba, four, cv::COLOR_GRAY2RGBA);
+        rgba = four;
+    }
+    if (rgba.type() != CV_8UC4) {
+        why = QObject::tr("its pixels are not 8-bit colour");
+        return false;
+    }
+    // The corners were measured in pixels of the recorded size.
+    if (info.width > 0 && info.height > 0 && (rgba.cols != info.width || rgba.rows != info.height)) {
+        cv::Mat sized;
+        cv::resize(rgba, sized, cv::Size(info.width, info.height), 0, 0, cv::INTER_AREA);
+        rgba = sized;
+    }
+    return true;
+}
+
+long ColourRun::samplePass()
+{
+    kvo::IKvoProgress* progress = m_opt.progress;
+    const double share = 1.0 / double(std::max<size_t>(1, m_images.size()));
+    for (const auto& kv : m_images) {
+        const uint16_t id = kv.first;
+        kvo::prgStep(progress, share);
+        if (m_opt.cancelled && m_opt.cancelled())
+            return kvoColorCancelled;
+        auto sides = m_imageSides.find(id);
+        cv::Mat rgba;
+        QString why;
+        m_readable[id] = loadPicture(id, rgba, why);
+        if (!m_readable[id]) {
+            m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
+            continue;
+        }
+        if (sides == m_imageSides.end())
+            continue;
+        cv::Mat blurred;
+        cv::GaussianBlur(rgba, blurred, cv::Size(0, 0), m_opt.blurSigma);
+        const auto& list = sides->second;
+#pragma omp parallel for schedule(dynamic, 64)
+        for (long i = 0; i < long(list.size()); ++i) {
+            const SeamEdge& e = m_seams[list[size_t(i)].first];
+            const int side = list[size_t(i)].second;
+            for (uint32_t k = 0; k < e.sampleCount; ++k) {
+                const float t = (float(k) + 0.5f) / float(e.sampleCount);
+                const float x = (1 - t) * e.end[side][0][0] + t * e.end[side][1][0];
+                const float y = (1 - t) * e.end[side][0][1] + t * e.end[side][1][1];
+                SideSample& s = m_side[side][e.firstSample + k];
+                s.ok = readSample(blurred, rgba, x, y, s.c);
+            }
+        }
+    }
+    return 0;
+}
+
+void ColourRun::solveGains()
+{
+    // Unknowns: the photographs that share usable samples with another one.
+    std::map<uint16_t, int> index;
+    for (const SeamEdge& e : m_seams)
+        if (e.image[0] != e.image[1])
+            for (uint16_t id : e.image)
+                index.emplace(id, 0);
+    int n = 0;
+    for (auto& kv : index)
+        kv.second = n++;
+    for (const auto& kv : m_images) {
+        m_logGain[kv.first] = {0, 0, 0};
+        m_pixelGain[kv.first] = {1, 1, 1};
+    }
+    // Usable pairs and their log ratios in linear light.
+    struct Pair {
+        uint32_t sample;
+        int a, b;
+        double d[3];
+    };
+    std::vector<Pair> pairs;
+    long usable = 0;
+    double stepSum = 0;
+    for (const SeamEdge& e : m_seams)
+        for (uint32_t s = e.firstSample; s < e.firstSample + e.sampleCount; ++s) {
+            const SideSample &a = m_side[0][s], &b = m_side[1][s];
+            if (!a.ok || !b.ok)
+                continue;
+            ++usable;
+            m_weight[s] = 1.0f;
+            stepSum += (std::fabs(a.c[0] - b.c[0]) + std::fabs(a.c[1] - b.c[1]) + std::fabs(a.c[2] - b.c[2])) / 3.0;
+            if (e.image[0] == e.image[1])
+                continue;
+            Pair p;
+            p.sample = s;
+            p.a = index[e.image[0]];
+            p.b = index[e.image[1]];
+            for (int c = 0; c < 3; ++c)
+                p.d[c] = kGamma * (std::log(double(a.c[c])) - std::log(double(b.c[c])));
+            pairs.push_back(p);
+        }
+    m_stats.usableSamples = usable;
+    m_stats.stepBefore = usable > 0 ? stepSum / double(usable) : 0.0;
+    if (n == 0 || pairs.empty())
+        return;
+
+    std::vector<uint16_t> idOf(static_cast<size_t>(n));
+    for (const auto& kv : index)
+        idOf[size_t(kv.second)] = kv.first;
+    std::vector<std::vector<float>> weight(3, std::vector<float>(pairs.size(), 1.0f));
+    for (int c = 0; c < 3; ++c) {
+        Eigen::VectorXd x = Eigen::VectorXd::Zero(n);
+        std::vector<float>& w = weight[size_t(c)];
+        for (int iteration = 0; iteration < 10; ++iteration) {
+            std::vector<Triplet> t;
+            t.reserve(size_t(n) * 4);
+            Eigen::VectorXd rhs = Eigen::VectorXd::Zero(n);
+            std::vector<double> seamWeight(size_t(n), 0.0);
+            // Pairs of photographs: one entry each, summed, keeps the matrix small.
+            std::map<std::pair<int, int>, double> pairWeight;
+            for (size_t i = 0; i < pairs.size(); ++i) {
+                const Pair& p = pairs[i];
+                const double wi = w[i];
+                if (wi <= 0)
+                    continue;
+                seamWeight[size_t(p.a)] += wi;
+                seamWeight[size_t(p.b)] += wi;
+                pairWeight[{std::min(p.a, p.b), std::max(p.a, p.b)}] += wi;
+                rhs[p.a] -= wi * p.d[c];
+                rhs[p.b] += wi * p.d[c];
+            }
+            for (const auto& kv : pairWeight) {
+                t.emplace_back(kv.first.first, kv.first.first, kv.second);
+                t.emplace_back(kv.first.second, kv.first.second, kv.second);
+                t.emplace_back(kv.first.first, kv.first.second, -kv.second);
+                t.emplace_back(kv.first.second, kv.first.first, -kv.second);
+            }
+            for (int i = 0; i < n; ++i)
+                t.emplace_back(i, i, m_opt.gainPrior * seamWeight[size_t(i)] + 1e-9);
+            SpMat A(n, n);
+            A.setFromTriplets(t.begin(), t.end());
+            Eigen::SimplicialLDLT<SpMat> ldlt(A);
+            if (ldlt.info() != Eigen::Success)
+                break;
+            x = ldlt.solve(rhs);
+            // Residuals, their robust scale, and new weights: Huber first, so
+            // that a start far from the answer does not throw good samples
+            // away, then Tukey's biweight, which ignores gross outliers (a
+            // passer-by on one side of a seam) altogether.
+            std::vector<double> r(pairs.size()), absr;
+            absr.reserve(pairs.size());
+            for (size_t i = 0; i < pairs.size(); ++i) {
+                r[i] = pairs[i].d[c] + x[pairs[i].a] - x[pairs[i].b];
+                absr.push_back(std::fabs(r[i]));
+            }
+            const double sigma = std::max(0.01, 1.4826 * median(absr));
+            for (size_t i = 0; i < pairs.size(); ++i) {
+                const double u = std::fabs(r[i]) / sigma;
+                if (iteration < 3) {
+                    const double k = 1.345;
+                    w[i] = float(u <= k ? 1.0 : k / u);
+                } else {
+                    const double k = 4.685;
+                    w[i] = float(u >= k ? 0.0 : (1 - (u / k) * (u / k)) * (1 - (u / k) * (u / k)));
+                }
+            }
+        }
+        for (int i = 0; i < n; ++i) {
+            m_logGain[idOf[size_t(i)]][size_t(c)] = x[i];
+            m_pixelGain[idOf[size_t(i)]][size_t(c)] = float(std::exp(x[i] / kGamma));
+        }
+    }
+    // A sample the fit found to be an outlier in any channel is one.
+    for (size_t i = 0; i < pairs.size(); ++i)
+        m_weight[pairs[i].sample] = std::min({weight[0][i], weight[1][i], weight[2][i]});
+}
+
+void ColourRun::solveOffsets()
+{
+    const long n = long(m_unknownKeys.size());
+    m_offset = Eigen::MatrixXd::Zero(n, 3);
+    m_stats.offsetUnknowns = n;
+    if (n == 0 || m_seams.empty())
+        return;
+    std::vector<Triplet> t;
+    t.reserve(size_t(n) * 8 + m_seams.size() * 16);
+    Eigen::MatrixXd rhs = Eigen::MatrixXd::Zero(n, 3);
+    // Seams: the two sides agree after their offsets, sample by sample, each
+    // edge weighing about one whatever its length.
+    for (const SeamEdge& e : m_seams) {
+        const long u[4] = {unknownOf(e.patch[0], e.vertex[0]), unknownOf(e.patch[0], e.vertex[1]),
+                           unknownOf(e.patch[1], e.vertex[0]), unknownOf(e.patch[1], e.vertex[1])};
+        double M[4][4] = {};
+        double b[4][3] = {};
+        double total = 0;
+        for (uint32_t k = 0; k < e.sampleCount; ++k) {
+            const uint32_t s = e.firstSample + k;
+            const double w = m_weight[s];
+            if (w <= 0)
+                continue;
+            total += w;
+            const double tt = (double(k) + 0.5) / double(e.sampleCount);
+            const double coef[4] = {1 - tt, tt, -(1 - tt), -tt};
+            double d[3];
+            for (int c = 0; c < 3; ++c)
+                d[c] = double(std::min(255.0f, m_side[0][s].c[c] * m_pixelGain[e.image[0]][size_t(c)])) -
+                       double(std::min(255.0f, m_side[1][s].c[c] * m_pixelGain[e.image[1]][size_t(c)]));
+            for (int i = 0; i < 4; ++i) {
+                for (int j = 0; j < 4; ++j)
+                    M[i][j] += w * coef[i] * coef[j];
+                for (int c = 0; c < 3; ++c)
+                    b[i][c] -= w * d[c] * coef[i];
+            }
+        }
+        if (total <= 0)
+            continue;
+        const double scale = 1.0 / double(e.sampleCount);
+        for (int i = 0; i < 4; ++i) {
+            for (int j = 0; j < 4; ++j)
+                t.emplace_back(u[i], u[j], M[i][j] * scale);
+            for (int c = 0; c < 3; ++c)
+                rhs(u[i], c) += b[i][c] * scale;
+        }
+    }
+    // Inside a patch the offsets change smoothly: each edge of each face
+    // (an inner edge twice, from both of its faces, at half the weight).
+    const double w = 0.5 * m_opt.offsetSmoothness;
+    for (size_t f = 0; f < m_facePatch.size(); ++f) {
+        const int32_t p = m_facePatch[f];
+        if (p < 0)
+            continue;
+        long u[3];
+        for (int k = 0; k < 3; ++k)
+            u[k] = unknownOf(p, m_faceVertices[f][size_t(k)]);
+        for (int k = 0; k < 3; ++k) {
+            const long i = u[k], j = u[(k + 1) % 3];
+            t.emplace_back(i, i, w);
+            t.emplace_back(j, j, w);
+            t.emplace_back(i, j, -w);
+            t.emplace_back(j, i, -w);
+        }
+    }
+    // A whisper of a pull toward no change fixes what the seams leave free.
+    for (long i = 0; i < n; ++i)
+        t.emplace_back(i, i, 1e-6);
+    SpMat A(n, n);
+    A.setFromTriplets(t.begin(), t.end());
+    m_stats.offsetIterations = solveCG(A, rhs, m_offset, 2000, 1e-5);
+}
+
+long ColourRun::run(const QString& folder)
+{
+    kvo::IKvoProgress* progress = m_opt.progress;
+    m_stats.patches = long(m_patches.size());
+    auto t0 = Clock::now();
+    buildSeams();
+    {
+        kvo::KvoPrgPush push(progress, 0.3);
+        if (long rc = samplePass())
+            return rc;
+    }
+    m_stats.seconds[0] = since(t0);
+    t0 = Clock::now();
+    solveGains();
+    solveOffsets();
+    kvo::prgStep(progress, 0.1);
+    m_stats.seconds[1] = since(t0);
+    for (const auto& kv : m_images) {
+        ColorImageStats s;
+        s.id = kv.first;
+        s.read = m_readable[kv.first];
+        for (int c = 0; c < 3; ++c) {
+            s.gain[c] = m_pixelGain[kv.first][size_t(c)];
+            s.linearGain[c] = std::exp(m_logGain[kv.first][size_t(c)]);
+        }
+        auto sides = m_imageSides.find(kv.first);
+        if (sides != m_imageSides.end())
+            for (const auto& es : sides->second) {
+                const SeamEdge& e = m_seams[es.first];
+                for (uint32_t k = 0; k < e.sampleCount; ++k)
+                    s.seamSamples += m_side[es.second][e.firstSample + k].ok ? 1 : 0;
+            }
+        m_stats.images.push_back(s);
+    }
+    kvo::KvoPrgPush push(progress, 0.6);
+    return applyPass(folder);
+}
+
+long ColourRun::applyPass(const QString& folder)
+{
+    kvo::IKvoProgress* progress = m_opt.progress;
+    const double share = 1.0 / double(std::max<size_t>(1, m_images.size()));
+    size_t statIndex = 0;
+    for (const auto& kv : m_images) {
+        const uint16_t id = kv.first;
+        kvo::prgStep(progress, share);
+        ColorImageStats& st = m_stats.images[statIndex++];
+        if (!m_readable[id])
+            continue;
+        cv::Mat rgba, out;
+        QString why;
+        if (!loadPicture(id, rgba, why)) {
+            m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
+            st.read = false;
+            continue;
+        }
+        correctImage(id, rgba, out);
+        rgba.release();
+        auto t0 = Clock::now();
+        measureAfter(id, out);
+        const QString file = QDir(folder).filePath(QFileInfo(kv.second.path).completeBaseName() + ".jpg");
+        cv::Mat bgr;
+        cv::cvtColor(out, bgr, cv::COLOR_RGBA2BGR);
+        bool written = false;
+        try {
+            written = cv::imwrite(file.toLocal8Bit().toStdString(), bgr,
+                                  {cv::IMWRITE_JPEG_QUALITY, std::clamp(m_opt.jpegQuality, 1, 100)});
+        } catch (const cv::Exception&) {
+            written = false;
+        }
+        if (!written)
+            return kvoColorCannotWrite;
+        st.file = file;
+        bgr.release();
+        m_stats.seconds[4] += since(t0);
+        if (m_opt.result && !m_opt.result(id, out))
+            return kvoColorCannotWrite;
+    }
+    // The step after, over the same samples as before.
+    double sum = 0;
+    long count = 0;
+    for (const SeamEdge& e : m_seams)
+        for (uint32_t s = e.firstSample; s < e.firstSample + e.sampleCount; ++s) {
+            if (!m_side[0][s].ok || !m_side[1][s].ok)
+                continue;
+            const float* a = &m_after[0][size_t(s) * 3];
+            const float* b = &m_after[1][size_t(s) * 3];
+            sum += (std::fabs(a[0] - b[0]) + std::fabs(a[1] - b[1]) + std::fabs(a[2] - b[2])) / 3.0;
+            ++count;
+        }
+    m_stats.stepAfter = count > 0 ? sum / double(count) : 0.0;
+    return 0;
+}
+
+// Writes into label the patch of every pixel whose centre one of the
+// picture's patch faces covers, and into correction the offsets there,
+// interpolated over the face from its corners.
+void rasterisePatches(const std::vector<int32_t>& faces, const std::vector<FaceCorners>& corners,
+                      const std::vector<int32_t>& facePatch,
+                      const std::function<void(int32_t face, float out[3][3])>& cornerOffsets, cv::Mat& label,
+                      cv::Mat& correction)
+{
+    const int rows = label.rows, cols = label.cols;
+    constexpr int kBand = 32;
+    const int bands = (rows + kBand - 1) / kBand;
+    std::vector<std::vector<int32_t>> inBand(static_cast<size_t>(bands));
+    for (int32_t f : faces) {
+        const FaceCorners& c = corners[size_t(f)];
+        const float y0 = std::min({c[0][1], c[1][1], c[2][1]}), y1 = std::max({c[0][1], c[1][1], c[2][1]});
+        const int b0 = std::clamp(int(std::floor(y0)) / kBand, 0, bands - 1);
+        const int b1 = std::clamp(int(std::ceil(y1)) / kBand, 0, bands - 1);
+        if (y1 < 0 || y0 > float(rows))
+            continue;
+        for (int b = b0; b <= b1; ++b)
+            inBand[size_t(b)].push_back(f);
+    }
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int band = 0; band < bands; ++band) {
+        const int rowStart = band * kBand, rowEnd = std::min(rows, rowStart + kBand);
+        for (int32_t f : inBand[size_t(band)]) {
+            const FaceCorners& c = corners[size_t(f)];
+            const double ax = c[0][0], ay = c[0][1], bx = c[1][0], by = c[1][1], cx = c[2][0], cy = c[2][1];
+            const double area = (bx - ax) * (cy - ay) - (cx - ax) * (by - ay);
+            if (std::fabs(area) < 1e-12)
+                continue;
+            float off[3][3];
+            cornerOffsets(f, off);
+            const int x0 = std::max(0, int(std::floor(std::min({ax, bx, cx}))));
+            const int x1 = std::min(cols - 1, int(std::ceil(std::max({ax, bx, cx}))));
+            const int y0 = std::max(rowStart, int(std::floor(std::min({ay, by, cy}))));
+            const int y1 = std::min(rowEnd - 1, int(std::ceil(std::max({ay, by, cy}))));
+            const double eps = -1e-7;
+            for (int y = y0; y <= y1; ++y) {
+                int32_t* lab = label.ptr<int32_t>(y);
+                float* cor = correction.ptr<float>(y);
+                const double py = y + 0.5;
+                for (int x = x0; x <= x1; ++x) {
+                    const double px = x + 0.5;
+                    const double w0 = ((bx - px) * (cy - py) - (cx - px) * (by - py)) / area;
+                    const double w1 = ((cx - px) * (ay - py) - (ax - px) * (cy - py)) / area;
+                    const double w2 = 1.0 - w0 - w1;
+                    if (w0 < eps || w1 < eps || w2 < eps)
+                        continue;
+                    lab[x] = facePatch[size_t(f)];
+                    for (int k = 0; k < 3; ++k)
+                        cor[3 * x + k] = float(w0 * off[0][k] + w1 * off[1][k] + w2 * off[2][k]);
+                }
+            }
+        }
+    }
+}
+
+void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
+{
+    auto t0 = Clock::now();
+    const int rows = in.rows, cols = in.cols;
+    cv::Mat label(rows, cols, CV_32S, cv::Scalar(-1));
+    cv::Mat correction(rows, cols, CV_32FC3, cv::Scalar(0, 0, 0));
+    std::vector<int32_t> faces;
+    for (const Patch& p : m_patches)
+        if (p.image == id)
+            faces.insert(faces.end(), p.faces.begin(), p.faces.end());
+    rasterisePatches(faces, m_faceUVs, m_facePatch,
+                     [this](int32_t f, float off[3][3]) {
+                         const int32_t p = m_facePatch[size_t(f)];
+                         for (int k = 0; k < 3; ++k) {
+                             const long u = unknownOf(p, m_faceVertices[size_t(f)][size_t(k)]);
+                             for (int c = 0; c < 3; ++c)
+                                 off[k][c] = u >= 0 ? float(m_offset(u, c)) : 0.0f;
+                         }
+                     },
+                     label, correction);
+    m_stats.seconds[3] += since(t0);
+    if (m_opt.mode == ColorMode::Full) {
+        t0 = Clock::now();
+        levelStrips(id, label, correction);
+        m_stats.seconds[2] += since(t0);
+    }
+    t0 = Clock::now();
+    // Corrections reach a few pixels past each patch, so that resampling the
+    // texture near its border never mixes in uncorrected pixels.
+    for (int pass = 0; pass < m_opt.extend; ++pass) {
+        cv::Mat grown = label.clone();
+        cv::Mat grownCorrection = correction.clone();
+#pragma omp parallel for schedule(static)
+        for (int y = 0; y < rows; ++y) {
+            for (int x = 0; x < cols; ++x) {
+                if (label.at<int32_t>(y, x) >= 0)
+                    continue;
+                float sum[3] = {0, 0, 0};
+                int n = 0, lab = -1;
+                for (int dy = -1; dy <= 1; ++dy)
+                    for (int dx = -1; dx <= 1; ++dx) {
+                        const int yy = y + dy, xx = x + dx;
+                        if ((dx == 0 && dy == 0) || yy < 0 || xx < 0 || yy >= rows || xx >= cols)
+                            continue;
+                        const int32_t l = label.at<int32_t>(yy, xx);
+                        if (l < 0)
+                            continue;
+                        const float* c = correction.ptr<float>(yy) + 3 * xx;
+                        for (int k = 0; k < 3; ++k)
+                            sum[k] += c[k];
+                        lab = l;
+                        ++n;
+                    }
+                if (n == 0)
+                    continue;
+                grown.at<int32_t>(y, x) = lab;
+                float* g = grownCorrection.ptr<float>(y) + 3 * x;
+                for (int k = 0; k < 3; ++k)
+                    g[k] = sum[k] / float(n);
+            }
+        }
+        label = grown;
+        correction = grownCorrection;
+    }
+    // The gain in linear light, then the offsets; alpha passes through.
+    uint8_t lut[3][256];
+    for (int c = 0; c < 3; ++c) {
+        const double g = m_pixelGain[id][size_t(c)];
+        for (int v = 0; v < 256; ++v)
+            lut[c][v] = uint8_t(std::clamp(std::lround(v * g), 0L, 255L));
+    }
+    out.create(rows, cols, CV_8UC4);
+#pragma omp parallel for schedule(static)
+    for (int y = 0; y < rows; ++y) {
+        const uint8_t* src = in.ptr<uint8_t>(y);
+        uint8_t* dst = out.ptr<uint8_t>(y);
+        const int32_t* lab = label.ptr<int32_t>(y);
+        const float* cor = correction.ptr<float>(y);
+        for (int x = 0; x < cols; ++x) {
+            const uint8_t* s = src + 4 * x;
+            uint8_t* d = dst + 4 * x;
+            if (lab[x] < 0) {
+                for (int c = 0; c < 3; ++c)
+                    d[c] = lut[c][s[c]];
+            } else {
+                for (int c = 0; c < 3; ++c) {
+                    const float v = std::min(255.0f, float(s[c]) * m_pixelGain[id][size_t(c)]) + cor[3 * x + c];
+                    d[c] = uint8_t(std::clamp(int(std::lround(v)), 0, 255));
+                }
+            }
+            d[3] = s[3];
+        }
+    }
+    m_stats.seconds[3] += since(t0);
+}
+
+void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction)
+{
+    auto sides = m_imageSides.find(id);
+    if (sides == m_imageSides.end())
+        return;
+    const int rows = label.rows, cols = label.cols;
+    // The seam border: pixels the seams run through, each with half the
+    // difference to the other side after the global model, so that both
+    // sides meet at their mean. Differences are smoothed along the seam: the
+    // blurred samples still carry noise and small misregistrations.
+    struct Border {
+        float sum[3] = {0, 0, 0};
+        float weight = 0;
+        int32_t patch = -1;
+    };
+    std::unordered_map<long, Border> border;
+    for (const auto& es : sides->second) {
+        const SeamEdge& e = m_seams[es.first];
+        const int own = es.second, other = 1 - own;
+        std::vector<float> diff(size_t(e.sampleCount) * 3, 0.0f), w(e.sampleCount, 0.0f);
+        for (uint32_t k = 0; k < e.sampleCount; ++k) {
+            const uint32_t s = e.firstSample + k;
+            if (m_weight[s] <= 0)
+                continue;
+            w[k] = m_weight[s];
+            for (int c = 0; c < 3; ++c)
+                diff[3 * k + c] = 0.5f * (corrected(e, other, s, c) - corrected(e, own, s, c));
+        }
+        const int radius = 2;
+        for (uint32_t k = 0; k < e.sampleCount; ++k) {
+            float sum[3] = {0, 0, 0}, ws = 0;
+            for (int j = std::max(0, int(k) - radius); j <= std::min(int(e.sampleCount) - 1, int(k) + radius); ++j) {
+                ws += w[size_t(j)];
+                for (int c = 0; c < 3; ++c)
+                    sum[c] += w[size_t(j)] * diff[3 * size_t(j) + c];
+            }
+            if (ws <= 0)
+                continue;
+            const float t = (float(k) + 0.5f) / float(e.sampleCount);
+            const int x = int(std::floor((1 - t) * e.end[own][0][0] + t * e.end[own][1][0]));
+            const int y = int(std::floor((1 - t) * e.end[own][0][1] + t * e.end[own][1][1]));
+            if (x < 0 || y < 0 || x >= cols || y >= rows)
+                continue;
+            Border& b = border[long(y) * cols + x];
+            for (int c = 0; c < 3; ++c)
+                b.sum[c] += sum[c] / ws;
+            b.weight += 1;
+            b.patch = e.patch[own];
+        }
+    }
+    if (border.empty())
+        return;
+    // The strip: pixels of the same patch within stripWidth steps of the border.
+    cv::Mat dist(rows, cols, CV_16S, cv::Scalar(-1));
+    std::vector<long> queue;
+    queue.reserve(border.size() * 8);
+    for (const auto& kv : border) {
+        const int y = int(kv.first / cols), x = int(kv.first % cols);
+        const int32_t l = label.at<int32_t>(y, x);
+        if (l >= 0 && l != kv.second.patch)
+            continue; // another patch of this picture holds the pixel
+        dist.at<int16_t>(y, x) = 0;
+        queue.push_back(kv.first);
+    }
+    auto patchAt = [&](long i) -> int32_t {
+        const int y = int(i / cols), x = int(i % cols);
+        const int32_t l = label.at<int32_t>(y, x);
+        if (l >= 0)
+            return l;
+        auto b = border.find(i);
+        return b != border.end() ? b->second.patch : -1;
+    };
+    const int dx[4] = {1, -1, 0, 0}, dy[4] = {0, 0, 1, -1};
+    std::vector<long> strip;
+    for (size_t head = 0; head < queue.size(); ++head) {
+        const long i = queue[head];
+        const int y = int(i / cols), x = int(i % cols);
+        const int16_t d = dist.at<int16_t>(y, x);
+        if (d >= m_opt.stripWidth)
+            continue;
+        const int32_t p = patchAt(i);
+        for (int k = 0; k < 4; ++k) {
+            const int xx = x + dx[k], yy = y + dy[k];
+            if (xx < 0 || yy < 0 || xx >= cols || yy >= rows)
+                continue;
+            if (dist.at<int16_t>(yy, xx) >= 0 || label.at<int32_t>(yy, xx) != p)
+                continue;
+            dist.at<int16_t>(yy, xx) = int16_t(d + 1);
+            const long j = long(yy) * cols + xx;
+            queue.push_back(j);
+            strip.push_back(j);
+        }
+    }
+    m_stats.stripPixels += long(strip.size());
+    // Laplace's equation over the strip: the correction is the border's at
+    // the seam, nothing at the strip's inner edge, and as smooth as it can be
+    // between; neighbours outside the patch do not pull (free border).
+    std::unordered_map<long, long> unknown;
+    unknown.reserve(strip.size() * 2);
+    for (size_t k = 0; k < strip.size(); ++k)
+        unknown[strip[k]] = long(k);
+    const long n = long(strip.size());
+    std::vector<Triplet> t;
+    t.reserve(size_t(n) * 5);
+    Eigen::MatrixXd rhs = Eigen::MatrixXd::Zero(n, 3), x = Eigen::MatrixXd::Zero(n, 3);
+    for (long k = 0; k < n; ++k) {
+        const long i = strip[size_t(k)];
+        const int y = int(i / cols), xx0 = int(i % cols);
+        const int32_t p = label.at<int32_t>(y, xx0);
+        double diag = 0;
+        for (int q = 0; q < 4; ++q) {
+            const int xx = xx0 + dx[q], yy = y + dy[q];
+            if (xx < 0 || yy < 0 || xx >= cols || yy >= rows)
+                continue;
+            const long j = long(yy) * cols + xx;
+            if (patchAt(j) != p)
+                continue;
+            diag += 1;
+            auto u = unknown.find(j);
+            if (u != unknown.end()) {
+                t.emplace_back(k, u->second, -1.0);
+                continue;
+            }
+            auto b = border.find(j);
+            if (b != border.end() && dist.at<int16_t>(yy, xx) == 0)
+                for (int c = 0; c < 3; ++c)
+                    rhs(k, c) += b->second.sum[c] / b->second.weight;
+            // Any other pixel of the patch lies past the strip: no change there.
+        }
+        t.emplace_back(k, k, diag > 0 ? diag : 1.0);
+    }
+    if (n > 0) {
+        SpMat A(n, n);
+        A.setFromTriplets(t.begin(), t.end());
+        solveCG(A, rhs, x, 500, 1e-4);
+    }
+    for (long k = 0; k < n; ++k) {
+        const long i = strip[size_t(k)];
+        float* c = correction.ptr<float>(int(i / cols)) + 3 * (i % cols);
+        for (int q = 0; q < 3; ++q)
+            c[q] += float(x(k, q));
+    }
+    for (const auto& kv : border) {
+        const int y = int(kv.first / cols), xx = int(kv.first % cols);
+        if (dist.at<int16_t>(y, xx) != 0)
+            continue;
+        float* c = correction.ptr<float>(y) + 3 * xx;
+        int32_t& l = label.at<int32_t>(y, xx);
+        if (l < 0) {
+            // A seam pixel whose centre no face of the patch covers: it takes
+            // the patch's offsets from its neighbours inside.
+            float sum[3] = {0, 0, 0};
+            int count = 0;
+            for (int q = 0; q < 4; ++q) {
+                const int x2 = xx + dx[q], y2 = y + dy[q];
+                if (x2 < 0 || y2 < 0 || x2 >= cols || y2 >= rows || label.at<int32_t>(y2, x2) != kv.second.patch ||
+                    dist.at<int16_t>(y2, x2) == 0)
+                    continue;
+                const long j = long(y2) * cols + x2;
+                auto u = unknown.find(j);
+                const float* o = correction.ptr<float>(y2) + 3 * x2;
+                for (int k = 0; k < 3; ++k)
+                    sum[k] += o[k] - (u != unknown.end() ? float(x(u->second, k)) : 0.0f);
+                ++count;
+            }
+            for (int k = 0; k < 3; ++k)
+                c[k] = count > 0 ? sum[k] / float(count) : 0.0f;
+            l = kv.second.patch;
+        }
+        for (int q = 0; q < 3; ++q)
+            c[q] += kv.second.sum[q] / kv.second.weight;
+    }
+}
+
+void ColourRun::measureAfter(uint16_t id, const cv::Mat& corrected)
+{
+    auto sides = m_imageSides.find(id);
+    if (sides == m_imageSides.end())
+        return;
+    cv::Mat blurred;
+    cv::GaussianBlur(corrected, blurred, cv::Size(0, 0), m_opt.blurSigma);
+    for (const auto& es : sides->second) {
+        const SeamEdge& e = m_seams[es.first];
+        const int side = es.second;
+        for (uint32_t k = 0; k < e.sampleCount; ++k) {
+            const float t = (float(k) + 0.5f) / float(e.sampleCount);
+            const float fx = (1 - t) * e.end[side][0][0] + t * e.end[side][1][0] - 0.5f;
+            const float fy = (1 - t) * e.end[side][0][1] + t * e.end[side][1][1] - 0.5f;
+            const int x0 = std::clamp(int(std::floor(fx)), 0, blurred.cols - 2);
+            const int y0 = std::clamp(int(std::floor(fy)), 0, blurred.rows - 2);
+            const float ax = std::clamp(fx - float(x0), 0.0f, 1.0f), ay = std::clamp(fy - float(y0), 0.0f, 1.0f);
+            float* out = &m_after[side][size_t(e.firstSample + k) * 3];
+            for (int c = 0; c < 3; ++c)
+                out[c] = (1 - ax) * (1 - ay) * blurred.ptr<uint8_t>(y0)[4 * x0 + c] +
+                         ax * (1 - ay) * blurred.ptr<uint8_t>(y0)[4 * (x0 + 1) + c] +
+                         (1 - ax) * ay * blurred.ptr<uint8_t>(y0 + 1)[4 * x0 + c] +
+                         ax * ay * blurred.ptr<uint8_t>(y0 + 1)[4 * (x0 + 1) + c];
+        }
+    }
+}
+
+} // namespace
+
+long adjColorForPatch(const KvoHalfEdgeMesh& mesh, const QString& folder, const PatchTable& patches,
+                      const std::map<uint16_t, ImgInfo>& images, const std::vector<FaceCorners>& faceUVs,
+                      const ColorOptions& options, ColorStats* stats)
+{
+    ColorStats local;
+    ColorStats& st = stats ? *stats : local;
+    st = ColorStats();
+    kvo::prgText(options.progress, QObject::tr("Adjust Image Color..."));
+    if (long(faceUVs.size()) != mesh.getFaceCount())
+        return kvoColorBadInput;
+    if (!QDir().mkpath(folder))
+        return kvoColorCannotWrite;
+    ColourRun run(mesh, patches, images, faceUVs, options, st);
+    const long rc = run.run(folder);
+    kvo::prgStep(options.progress, 1.0);
+    return rc;
+}
+
+} // namespace RecMesh
+} // namespace Rec3D
