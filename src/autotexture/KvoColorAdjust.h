@@ -19,8 +19,8 @@
 namespace kvo {
 
 enum : long {
-    kvoColorNoFolder = -8313,   // the project has no folder, or it cannot be written
-    kvoColorIdClash = -8314,    // two photographs' ids agree in their low 16 bits
+    kvoColorNoFolder = -8313, // the project has no folder, or it cannot be written
+    kvoColorIdClash = -8314,  // two photographs' ids agree in their low 16 bits
 };
 
 // The name of the result folder inside the project folder.

@@ -722,16 +722,17 @@ void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
     for (const Patch& p : m_patches)
         if (p.image == id)
             faces.insert(faces.end(), p.faces.begin(), p.faces.end());
-    rasterisePatches(faces, m_faceUVs, m_facePatch,
-                     [this](int32_t f, float off[3][3]) {
-                         const int32_t p = m_facePatch[size_t(f)];
-                         for (int k = 0; k < 3; ++k) {
-                             const long u = unknownOf(p, m_faceVertices[size_t(f)][size_t(k)]);
-                             for (int c = 0; c < 3; ++c)
-                                 off[k][c] = u >= 0 ? float(m_offset(u, c)) : 0.0f;
-                         }
-                     },
-                     label, correction);
+    rasterisePatches(
+        faces, m_faceUVs, m_facePatch,
+        [this](int32_t f, float off[3][3]) {
+            const int32_t p = m_facePatch[size_t(f)];
+            for (int k = 0; k < 3; ++k) {
+                const long u = unknownOf(p, m_faceVertices[size_t(f)][size_t(k)]);
+                for (int c = 0; c < 3; ++c)
+                    off[k][c] = u >= 0 ? float(m_offset(u, c)) : 0.0f;
+            }
+        },
+        label, correction);
     m_stats.seconds[3] += since(t0);
     if (m_opt.mode == ColorMode::Full) {
         t0 = Clock::now();

@@ -111,7 +111,7 @@ struct ColorStats {
 };
 
 enum : long {
-    kvoColorBadInput = -8310,  // tables that do not fit together
+    kvoColorBadInput = -8310, // tables that do not fit together
     kvoColorCannotWrite = -8311,
     kvoColorCancelled = -8312,
 };

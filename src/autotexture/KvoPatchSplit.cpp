@@ -56,8 +56,8 @@ long split(const uint32_t* triangles, long faceCount, std::vector<int32_t>& patc
             const uint32_t lo = lowFirst ? t[c] : t[d], hi = lowFirst ? t[d] : t[c];
             if (lo == hi)
                 continue;
-            edges.push_back({(uint64_t(lo) << 32) | hi, int32_t(f), uint8_t(lowFirst ? c : d),
-                             uint8_t(lowFirst ? d : c)});
+            edges.push_back(
+                {(uint64_t(lo) << 32) | hi, int32_t(f), uint8_t(lowFirst ? c : d), uint8_t(lowFirst ? d : c)});
         }
     }
     std::sort(edges.begin(), edges.end());
