@@ -19,6 +19,7 @@
 #include "ImageView.h"
 #include "ModelView.h"
 #include "Panels.h"
+#include "autotexture/KvoTaskTexAutoAdjustImgColor.h"
 #include "autotexture/KvoTaskTexAutoSelBest.h"
 #include "autotexture/QDlgTextureJob.h"
 #include "camera/KvoCameraImport.h"
@@ -250,6 +251,8 @@ void MainWindow::buildMenus()
 
     QMenu* texture = menuBar()->addMenu(tr("&Texture"));
     m_projectActions << texture->addAction(tr("Auto-Select Best Texture..."), this, [] { cmdOnTexAutoSelBest(); });
+    m_projectActions << texture->addAction(tr("Adjust Image Colours..."), this,
+                                           [] { cmdOnTexAutoAdjustImgColor(); });
     m_projectActions << texture->addAction(tr("Texture the &Model..."), this, [this] {
         cmdTextureModel();
         m_modelView->resetCache();

@@ -12,46 +12,11 @@
 #include <QSpinBox>
 #include <QVBoxLayout>
 
+#include "autotexture/KvoTexSessionUi.h"
 #include "commands/KvoCommands.h"
 #include "scene/ZebViewerMan.h"
 
 namespace kvo {
-
-namespace {
-
-IKvoProgress* progressOf()
-{
-    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
-    return vm ? vm->getProgress() : nullptr;
-}
-
-// The panels and views follow the texture meshes after they changed.
-void refreshScene()
-{
-    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
-    if (!vm)
-        return;
-    if (IZebMeshPanel* meshes = vm->getMeshPanel())
-        meshes->refreshSection("Texture Mesh");
-    if (IZebImagePanel* images = vm->getImagePanel())
-        images->refreshImage(0);
-    vm->updateViews();
-}
-
-void endTaskAndClosePanel(bool clearHost)
-{
-    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
-    if (!vm)
-        return;
-    vm->endCurrentTask();
-    if (clearHost)
-        if (IZebDialogHost* host = vm->getDialogHost())
-            host->clear();
-    if (IZebTaskPanel* panel = vm->getTaskPanel())
-        panel->close();
-}
-
-} // namespace
 
 QDlgTxtAutoSelBest::QDlgTxtAutoSelBest(QWidget* parent) : QDialog(parent)
 {
@@ -139,7 +104,7 @@ void QDlgTxtAutoSelBest::clickedApplyBestTexture()
         mm->closeTexEdit();
     }
     mm->openTexEdit(nullptr, 1, 0);
-    IKvoProgress* progress = progressOf();
+    IKvoProgress* progress = texSessionProgress();
     prgText(progress, tr("select best texture...."));
     prgStep(progress, 0.1);
     if (m_selectMode == 1) {
@@ -149,7 +114,7 @@ void QDlgTxtAutoSelBest::clickedApplyBestTexture()
     } else {
         msgToolNotAvailable(tr("The selection by texture groups"));
     }
-    refreshScene();
+    refreshTexturedScene();
 }
 
 void QDlgTxtAutoSelBest::clickedOK()
@@ -159,18 +124,7 @@ void QDlgTxtAutoSelBest::clickedOK()
 
 void QDlgTxtAutoSelBest::clickedCancel()
 {
-    IKvoMM* mm = getMM();
-    if (mm->isTexEditOpen()) {
-        IKvoProgress* progress = progressOf();
-        prgText(progress, tr("Recovering..."));
-        prgStep(progress, 0.05);
-        {
-            KvoPrgPush push(progress, 0.95);
-            mm->restoreTexEdit(progress);
-        }
-        mm->closeTexEdit();
-        refreshScene();
-    }
+    recoverTexEditSession();
     endTaskAndClosePanel(true);
 }
 
