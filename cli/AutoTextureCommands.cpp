@@ -1,8 +1,10 @@
-// Automatic texturing, headless: the best photograph per triangle, and the
-// clean-up of triangles that several texture meshes hold.
+// Automatic texturing, headless: the best photograph per triangle, the
+// clean-up of triangles that several texture meshes hold, and the colour
+// balance of the mapped photographs.
 
 #include "CliSupport.h"
 #include "autotexture/KvoBestImage.h"
+#include "autotexture/KvoColorAdjust.h"
 #include "commands/KvoCommands.h"
 #include "scene/KvoStore.h"
 
@@ -116,6 +118,53 @@ Register rSeamless("seamless",
                     "--kind 0 works on the shown texture meshes, 1 on all of them; asleep meshes are passed over; "
                     "saves the project",
                     cmdSeamless});
+
+int cmdAdjustColors(const QStringList& args)
+{
+    KvoColorAdjustOptions options;
+    if (args.size() == 3 && args[1] == "--mode") {
+        if (args[2] == "global")
+            options.mode = Rec3D::RecMesh::ColorMode::Global;
+        else if (args[2] != "full")
+            return 2;
+    } else if (args.size() != 1) {
+        return 2;
+    }
+    if (int rc = openOrFail(args[0]))
+        return rc;
+    IKvoMM* mm = getMM();
+    // The pictures the run replaces come back if it fails half way.
+    if (mm->isTexEditOpen())
+        mm->closeTexEdit();
+    mm->openTexEdit(nullptr, 1, 1);
+    KvoColorAdjustReport report;
+    TerminalProgress progress;
+    const long rc = adjustImageColors(&progress, options, &report);
+    progress.finish();
+    if (rc < 0) {
+        mm->restoreTexEdit(nullptr);
+        mm->closeTexEdit();
+        err(report.error.isEmpty() ? QString("the colour adjustment failed (%1)").arg(rc) : report.error);
+        for (const QString& s : report.skipped)
+            err(s);
+        return 1;
+    }
+    mm->commitTexEdit();
+    mm->closeTexEdit();
+    for (const QString& line : report.lines())
+        out(line);
+    return saveOrFail();
+}
+
+Register rAdjustColors("adjust-colors",
+                       {"adjust-colors PROJECT.qvj [--mode global|full]",
+                        "evens out exposure and white balance between the photographs that texture the model, "
+                        "measured on the seams between their patches (global), and in full, the default, also "
+                        "levels what is left along every seam; the corrected pictures become the photographs' "
+                        "project copies (the original files are not touched) and are also written as JPEG files "
+                        "into the folder adjColorForPatch_RV beside the project. Prints the seam colour step "
+                        "before and after and each photograph's gains, and saves the project",
+                        cmdAdjustColors});
 
 } // namespace
 } // namespace qvcli

@@ -31,6 +31,24 @@ QString desktopApplication()
     return QFileInfo(built).isExecutable() ? QDir::cleanPath(built) : QString("quovara");
 }
 
+// The corners of the faces the open project textures: the atlases give every
+// face a picture, black where no photograph reached.
+std::vector<XPnt3f> texturedCorners()
+{
+    std::vector<XPnt3f> corners;
+    std::set<XTrip<unsigned>> textured;
+    kvo::getMM()->getTexturedTriangles(textured);
+    kvo::ref_ptr<kvo::IKvoModel> model;
+    if (kvo::getMM()->getBareModel(model) && model && model->getVertices()) {
+        const kvo::Pnt3fArray& v = *model->getVertices();
+        for (const XTrip<unsigned>& t : textured)
+            for (unsigned i : t.v)
+                if (long(i) < v.getCount())
+                    corners.push_back(v.getAt(long(i)));
+    }
+    return corners;
+}
+
 int cmdDemo(const QStringList& args)
 {
     QString dir, sample;
@@ -47,6 +65,33 @@ int cmdDemo(const QStringList& args)
     job.output = dir + "/textured/sample.obj";
     job.atlas = 4096;
     job.overwrite = true;
+    // First without the colour balance, in a folder of its own, so that what
+    // the balance brings shows against the same job without it.
+    kvo::KvoTextureJob plain = job;
+    plain.colour = kvo::KvoJobColour::None;
+    plain.project = dir + "/without-colour/sample.qvj";
+    plain.output = dir + "/without-colour/textured/sample.obj";
+    out(QString("Texturing the sample in %1 without the colour balance, for comparison...").arg(sample));
+    kvo::KvoTextureJobReport plainReport;
+    qvsample::QualityReport q0;
+    QString why;
+    {
+        TerminalProgress progress;
+        const long rc = kvo::textureFromFiles(plain, plainReport, &progress);
+        progress.finish();
+        cliPresenter()->takeWarnings();
+        if (rc != 0) {
+            out(plainReport.summary());
+            err(plainReport.error.isEmpty() ? QString("the job stopped (code %1)").arg(rc) : plainReport.error);
+            return 1;
+        }
+        std::vector<XPnt3f> corners = texturedCorners();
+        if (!qvsample::measureQuality(sample, plainReport.objFile, q0, why, &corners)) {
+            err(why);
+            return 1;
+        }
+    }
+
     out(QString("Texturing the sample in %1 from its mesh, photographs and COLMAP cameras...").arg(sample));
     kvo::KvoTextureJobReport report;
     if (int rc = runTextureJob(job, report))
@@ -54,24 +99,10 @@ int cmdDemo(const QStringList& args)
 
     out("");
     out("Quality against the scene's ground truth:");
-    // The faces the project textures: the atlases give every face a picture,
-    // black where no photograph reached.
-    std::vector<XPnt3f> texturedCorners;
-    {
-        std::set<XTrip<unsigned>> textured;
-        kvo::getMM()->getTexturedTriangles(textured);
-        kvo::ref_ptr<kvo::IKvoModel> model;
-        if (kvo::getMM()->getBareModel(model) && model && model->getVertices()) {
-            const kvo::Pnt3fArray& v = *model->getVertices();
-            for (const XTrip<unsigned>& t : textured)
-                for (unsigned i : t.v)
-                    if (long(i) < v.getCount())
-                        texturedCorners.push_back(v.getAt(long(i)));
-        }
-    }
+    const std::vector<XPnt3f> corners = texturedCorners();
+
     qvsample::QualityReport q, truth;
-    QString why;
-    if (!qvsample::measureQuality(sample, report.objFile, q, why, &texturedCorners)) {
+    if (!qvsample::measureQuality(sample, report.objFile, q, why, &corners)) {
         err(why);
         return 1;
     }
@@ -100,7 +131,18 @@ int cmdDemo(const QStringList& args)
             .arg(db(q.truthPsnr))
             .arg(q.matchedFaces)
             .arg(db(q.truthPsnrTextured))
-            .arg(texturedCorners.size() / 3));
+            .arg(corners.size() / 3));
+    if (report.seamStepBefore >= 0) {
+        const double drop = report.seamStepBefore > 0 ? 100.0 * (1.0 - report.seamStepAfter / report.seamStepBefore) : 0;
+        out(QString("  Colour balance: seam colour step %1 grey levels before, %2 after (%3 % lower)")
+                .arg(report.seamStepBefore, 0, 'f', 2)
+                .arg(report.seamStepAfter, 0, 'f', 2)
+                .arg(drop, 0, 'f', 1));
+    }
+    out(QString("  Without the colour balance: re-rendered mean %1 (with it %2), lowest %3 (with it %4); texture "
+                "against the ground truth over the textured faces %5 (with it %6)")
+            .arg(db(q0.photoPsnrMean), db(q.photoPsnrMean), db(q0.photoPsnrMin), db(q.photoPsnrMin),
+                 db(q0.truthPsnrTextured), db(q.truthPsnrTextured)));
     out("");
     out(QString("The textured model: %1").arg(report.objFile));
     out(QString("The project: %1").arg(report.projectFile));
@@ -115,7 +157,9 @@ Register rDemo("demo",
                 "DIR/textured/sample.obj (DIR is ./quovara-demo unless given; what was there is replaced); then "
                 "prints how good the result is against the scene's ground truth: the share of faces textured, the "
                 "PSNR of the model re-rendered through each photograph's camera against the photograph, and the "
-                "PSNR of its texture against the ground-truth texture",
+                "PSNR of its texture against the ground-truth texture; the job runs first without the colour "
+                "balance (into DIR/without-colour) so that the seam colour step and the PSNRs show with and "
+                "without it",
                 cmdDemo});
 
 } // namespace

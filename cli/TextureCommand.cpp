@@ -57,6 +57,12 @@ int cmdTexture(const QStringList& args)
             job.output = v;
         else if (a == "--project")
             job.project = v;
+        else if (a == "--colour") {
+            if (!parseJobColour(v, job.colour)) {
+                err("--colour takes none, global or full");
+                return 2;
+            }
+        }
         else if (a == "--atlas") {
             bool ok = false;
             job.atlas = v.toLong(&ok);
@@ -98,13 +104,14 @@ int cmdTexture(const QStringList& args)
 Register rTexture(
     "texture",
     {"texture --mesh M.obj --photos DIR --cameras PATH [--list FILE] --out OUT.obj [--project P.qvj] [--atlas N] "
-     "[--force]",
+     "[--colour none|global|full] [--force]",
      "the whole job: makes a project (P.qvj, by default OUT.qvj beside the output), imports the mesh, adds the "
      "photographs of DIR, gives them the cameras of PATH (a COLMAP text model folder, a Bundler bundle file with "
      "list.txt beside it or --list, or a folder of 3x4 projection matrices; --colmap DIR, --bundler FILE --list "
      "FILE and --matrices DIR name the format), gives every face the photograph that shows it best, makes the "
-     "texture meshes seamless and writes the whole model as one mesh on N x N atlases (4096 by default). Prints "
-     "faces textured, photographs used, the time of each stage and what was passed over (photographs without "
+     "texture meshes seamless, balances the photographs' colours across the seams (--colour: full, the default, "
+     "evens exposure and white balance and levels the seams; global only the first; none leaves them) and writes the whole model as one mesh on N x N atlases (4096 by default). Prints "
+     "faces textured, photographs used, the seam colour step before and after the balance, the time of each stage and what was passed over (photographs without "
      "cameras, cameras without photographs, unknown camera models, other picture sizes). Existing output and "
      "project files are only written over with --force",
      cmdTexture});

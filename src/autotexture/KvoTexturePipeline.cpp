@@ -8,6 +8,7 @@
 #include <chrono>
 
 #include "autotexture/KvoBestImage.h"
+#include "autotexture/KvoColorAdjust.h"
 #include "camera/KvoCameraFiles.h"
 #include "modelio/KvoImportCommands.h"
 #include "modelio/KvoModelExport.h"
@@ -118,6 +119,10 @@ QString KvoTextureJobReport::summary() const
                  .arg(100.0 * double(textured) / double(faces), 0, 'f', 1)
                  .arg(seenFaces)
                  .arg(seams);
+    if (seamStepBefore >= 0)
+        l << tr("Seam colour step: %1 grey levels before the colour balance, %2 after")
+                 .arg(seamStepBefore, 0, 'f', 2)
+                 .arg(seamStepAfter, 0, 'f', 2);
     QStringList times;
     for (const auto& st : stages)
         times << QString("%1 %2 s").arg(st.first).arg(st.second, 0, 'f', 2);
@@ -131,6 +136,19 @@ QString KvoTextureJobReport::summary() const
     if (!error.isEmpty())
         l << tr("Stopped: %1").arg(error);
     return l.join('\n');
+}
+
+bool parseJobColour(const QString& text, KvoJobColour& colour)
+{
+    if (text == "none")
+        colour = KvoJobColour::None;
+    else if (text == "global")
+        colour = KvoJobColour::Global;
+    else if (text == "full")
+        colour = KvoJobColour::Full;
+    else
+        return false;
+    return true;
 }
 
 bool detectCameraSource(const QString& path, const QString& listFile, KvoCameraSource& source, QString& error)
@@ -304,11 +322,12 @@ long continueOnProject(const KvoTextureJob& job, KvoTextureJobReport& report, IK
     if (isCancelled(job))
         return fail(report, kvoPipelineCancelled, tr("Cancelled."));
 
-    // The selection and the seamless pass share one texture-edit session, so
-    // that a cancel or a failure puts every texture mesh back.
+    // The selection, the seamless pass and the colour balance share one
+    // texture-edit session, so that a cancel or a failure puts every texture
+    // mesh and its picture back.
     const bool ownSession = !mm->isTexEditOpen();
     if (ownSession)
-        mm->openTexEdit(nullptr, 1, 0);
+        mm->openTexEdit(nullptr, 1, job.colour != KvoJobColour::None ? 1 : 0);
     auto undo = [&](long code, const QString& why) {
         if (ownSession && mm->isTexEditOpen()) {
             mm->restoreTexEdit(nullptr);
@@ -365,6 +384,34 @@ long continueOnProject(const KvoTextureJob& job, KvoTextureJobReport& report, IK
     report.stages.push_back({tr("seamless"), since(t0)});
     if (isCancelled(job))
         return undo(kvoPipelineCancelled, tr("Cancelled."));
+
+    if (job.colour != KvoJobColour::None) {
+        t0 = Clock::now();
+        KvoColorAdjustOptions copt;
+        copt.mode = job.colour == KvoJobColour::Global ? Rec3D::RecMesh::ColorMode::Global
+                                                       : Rec3D::RecMesh::ColorMode::Full;
+        copt.cancelled = job.cancelled;
+        KvoColorAdjustReport colour;
+        {
+            KvoPrgPush push(progress, 0.1);
+            rc = adjustImageColors(progress, copt, &colour);
+        }
+        if (rc == Rec3D::RecMesh::kvoColorCancelled)
+            return undo(kvoPipelineCancelled, tr("Cancelled."));
+        if (rc < 0) {
+            // The texture is still whole without the balance: the job goes on
+            // and says why the colours were left as they were.
+            report.skipped << tr("Colour balance left out: %1").arg(colour.error);
+        } else {
+            report.seamStepBefore = colour.colour.stepBefore;
+            report.seamStepAfter = colour.colour.stepAfter;
+            report.stages.push_back({tr("colour"), since(t0)});
+        }
+        for (const QString& s : colour.skipped)
+            report.skipped << tr("Colour balance: %1").arg(s);
+        if (isCancelled(job))
+            return undo(kvoPipelineCancelled, tr("Cancelled."));
+    }
     if (ownSession && mm->isTexEditOpen()) {
         mm->commitTexEdit();
         mm->closeTexEdit();

@@ -3,8 +3,8 @@
 // The main job: a textured model from a mesh, photographs and their known
 // cameras. On files (a new project is made) or on the open project: cameras
 // imported, every photograph mapped onto the faces it shows best, texture
-// meshes made seamless, and the whole model written as one OBJ mesh with
-// texture atlases.
+// meshes made seamless, their photographs' colours balanced, and the whole
+// model written as one OBJ mesh with texture atlases.
 
 #include <QString>
 #include <QStringList>
@@ -28,6 +28,12 @@ enum : long {
     kvoPipelineCancelled = -8405,
 };
 
+// The colour balance of the mapped photographs after the seamless pass.
+enum class KvoJobColour { None, Global, Full };
+
+// "none", "global" or "full"; false for anything else.
+QV_EXPORT bool parseJobColour(const QString& text, KvoJobColour& colour);
+
 struct QV_EXPORT KvoTextureJob {
     // From files: the mesh (OBJ) and the folder of photographs; empty for the open project.
     QString mesh;
@@ -40,6 +46,7 @@ struct QV_EXPORT KvoTextureJob {
     long atlas = 4096; // atlas sheets of atlas x atlas pixels
     bool overwrite = false;
     bool saveProject = true; // the desktop leaves saving to the user
+    KvoJobColour colour = KvoJobColour::Full;
     // Asked between stages and between photographs.
     std::function<bool()> cancelled;
 };
@@ -56,6 +63,9 @@ struct QV_EXPORT KvoTextureJobReport {
     long seams = 0;
     long sheets = 0;
     double efficiency = 0;
+    // The mean colour step across seams, in grey levels, before and after the
+    // colour balance; negative when the stage did not run.
+    double seamStepBefore = -1, seamStepAfter = -1;
     QString objFile, mtlFile;
     QStringList textures;
     // Stage name and seconds, in order.
@@ -85,9 +95,10 @@ QV_EXPORT QStringList photographFiles(const QString& folder);
 QV_EXPORT long textureFromFiles(const KvoTextureJob& job, KvoTextureJobReport& report, IKvoProgress* progress);
 
 // On the open project: imports job.cameras when given, selects the best
-// photograph per face, makes the texture meshes seamless, exports job.output
+// photograph per face, makes the texture meshes seamless, balances the
+// photographs' colours (job.colour), exports job.output
 // and saves the project when job.saveProject. Cancelled after the cameras are
-// in, the texture meshes are as they were.
+// in, the texture meshes and their pictures are as they were.
 QV_EXPORT long textureOpenProject(const KvoTextureJob& job, KvoTextureJobReport& report, IKvoProgress* progress);
 
 } // namespace kvo

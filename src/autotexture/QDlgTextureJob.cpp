@@ -56,9 +56,16 @@ QDlgTextureJob::QDlgTextureJob(QWidget* parent) : QDialog(parent)
     for (long s : kAtlasSizes)
         m_atlas->addItem(QString("%1 x %1").arg(s));
     m_atlas->setCurrentIndex(2);
+    // In the order of KvoJobColour.
+    m_colour = new QComboBox(this);
+    m_colour->addItem(tr("None"));
+    m_colour->addItem(tr("Exposure and white balance"));
+    m_colour->addItem(tr("Exposure, white balance and seam levelling"));
+    m_colour->setCurrentIndex(int(KvoJobColour::Full));
     m_overwrite = new QCheckBox(tr("Write over existing files"), this);
     auto* note = new QLabel(tr("Every face gets the photograph that shows it best; the texture meshes are made "
-                               "seamless and the whole model is written as one mesh on texture atlases."),
+                               "seamless, the photographs' colours are balanced across the seams and the whole model is "
+                               "written as one mesh on texture atlases."),
                             this);
     note->setWordWrap(true);
 
@@ -71,7 +78,9 @@ QDlgTextureJob::QDlgTextureJob(QWidget* parent) : QDialog(parent)
     grid->addWidget(outputButton, 3, 2);
     grid->addWidget(new QLabel(tr("Atlas size:"), this), 4, 0);
     grid->addWidget(m_atlas, 4, 1);
-    grid->addWidget(m_overwrite, 5, 1);
+    grid->addWidget(new QLabel(tr("Colour balance:"), this), 5, 0);
+    grid->addWidget(m_colour, 5, 1);
+    grid->addWidget(m_overwrite, 6, 1);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     m_ok = buttons->button(QDialogButtonBox::Ok);
     m_ok->setText(tr("Texture"));
@@ -123,6 +132,11 @@ void QDlgTextureJob::setAtlas(long size)
             m_atlas->setCurrentIndex(i);
 }
 
+void QDlgTextureJob::setColour(KvoJobColour colour)
+{
+    m_colour->setCurrentIndex(int(colour));
+}
+
 void QDlgTextureJob::setOverwrite(bool on)
 {
     m_overwrite->setChecked(on);
@@ -137,6 +151,7 @@ KvoTextureJob QDlgTextureJob::job() const
     j.output = m_output->text().trimmed();
     j.atlas = kAtlasSizes[std::max(0, m_atlas->currentIndex())];
     j.overwrite = m_overwrite->isChecked();
+    j.colour = KvoJobColour(std::max(0, m_colour->currentIndex()));
     j.saveProject = false;
     return j;
 }

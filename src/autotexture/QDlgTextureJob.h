@@ -31,6 +31,7 @@ public:
     void setListFile(const QString& path);
     void setOutput(const QString& path);
     void setAtlas(long size);
+    void setColour(KvoJobColour colour);
     void setOverwrite(bool on);
     // The job the form describes.
     KvoTextureJob job() const;
@@ -48,6 +49,7 @@ private:
     std::unique_ptr<KvoCameraFileRows> m_files;
     QLineEdit* m_output;
     QComboBox* m_atlas;
+    QComboBox* m_colour;
     QCheckBox* m_overwrite;
     QPushButton* m_ok;
 };
