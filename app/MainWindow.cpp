@@ -251,8 +251,7 @@ void MainWindow::buildMenus()
 
     QMenu* texture = menuBar()->addMenu(tr("&Texture"));
     m_projectActions << texture->addAction(tr("Auto-Select Best Texture..."), this, [] { cmdOnTexAutoSelBest(); });
-    m_projectActions << texture->addAction(tr("Adjust Image Colours..."), this,
-                                           [] { cmdOnTexAutoAdjustImgColor(); });
+    m_projectActions << texture->addAction(tr("Adjust Image Colours..."), this, [] { cmdOnTexAutoAdjustImgColor(); });
     m_projectActions << texture->addAction(tr("Texture the &Model..."), this, [this] {
         cmdTextureModel();
         m_modelView->resetCache();

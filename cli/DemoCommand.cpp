@@ -133,7 +133,8 @@ int cmdDemo(const QStringList& args)
             .arg(db(q.truthPsnrTextured))
             .arg(corners.size() / 3));
     if (report.seamStepBefore >= 0) {
-        const double drop = report.seamStepBefore > 0 ? 100.0 * (1.0 - report.seamStepAfter / report.seamStepBefore) : 0;
+        const double drop =
+            report.seamStepBefore > 0 ? 100.0 * (1.0 - report.seamStepAfter / report.seamStepBefore) : 0;
         out(QString("  Colour balance: seam colour step %1 grey levels before, %2 after (%3 % lower)")
                 .arg(report.seamStepBefore, 0, 'f', 2)
                 .arg(report.seamStepAfter, 0, 'f', 2)

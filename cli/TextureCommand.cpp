@@ -62,8 +62,7 @@ int cmdTexture(const QStringList& args)
                 err("--colour takes none, global or full");
                 return 2;
             }
-        }
-        else if (a == "--atlas") {
+        } else if (a == "--atlas") {
             bool ok = false;
             job.atlas = v.toLong(&ok);
             if (!ok || job.atlas < 64 || job.atlas > 16384) {
@@ -110,8 +109,10 @@ Register rTexture(
      "list.txt beside it or --list, or a folder of 3x4 projection matrices; --colmap DIR, --bundler FILE --list "
      "FILE and --matrices DIR name the format), gives every face the photograph that shows it best, makes the "
      "texture meshes seamless, balances the photographs' colours across the seams (--colour: full, the default, "
-     "evens exposure and white balance and levels the seams; global only the first; none leaves them) and writes the whole model as one mesh on N x N atlases (4096 by default). Prints "
-     "faces textured, photographs used, the seam colour step before and after the balance, the time of each stage and what was passed over (photographs without "
+     "evens exposure and white balance and levels the seams; global only the first; none leaves them) and writes the "
+     "whole model as one mesh on N x N atlases (4096 by default). Prints "
+     "faces textured, photographs used, the seam colour step before and after the balance, the time of each stage and "
+     "what was passed over (photographs without "
      "cameras, cameras without photographs, unknown camera models, other picture sizes). Existing output and "
      "project files are only written over with --force",
      cmdTexture});

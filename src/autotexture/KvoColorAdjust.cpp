@@ -293,7 +293,9 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
         const long id = fullId[low];
         ref_ptr<IKvoImage> img;
         ref_ptr<IKvoMesh> texMesh;
-        if (mm->getTexMeshOfImage(texMesh, id) && texMesh)
+        // A picture not read yet is read without being kept: the passes
+        // would otherwise end with every photograph held decoded.
+        if (mm->getTexMeshOfImage(texMesh, id) && texMesh && texMesh->isImageLoaded())
             texMesh->getImage(img);
         if (!img || img->isEmpty())
             db->getTexture(img, id, 2);

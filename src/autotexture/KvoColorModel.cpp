@@ -10,6 +10,8 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <omp.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -50,6 +52,8 @@ struct SeamEdge {
     // Pixel positions of the edge's two ends on each side.
     float end[2][2][2]; // [side][end][x or y]
     uint32_t vertex[2];
+    // The offset unknowns of the ends on each side.
+    int32_t unknown[2][2]; // [side][end]
     uint32_t firstSample = 0, sampleCount = 0;
 };
 
@@ -99,14 +103,70 @@ double median(std::vector<double>& v)
     return v[mid];
 }
 
-// Solves the symmetric positive definite system by conjugate gradients with a
-// diagonal preconditioner, for each column of b; x holds the start and the answer.
-long solveCG(const SpMat& A, const Eigen::MatrixXd& b, Eigen::MatrixXd& x, int maxIterations, double tolerance)
+// Jacobi plus a coarse correction on groups of unknowns (the patches): the
+// level of a whole patch is what a diagonal preconditioner alone takes
+// thousands of iterations to find, since only its seams tie it down.
+// z = D^-1 r + P (P^T A P)^-1 P^T r, with P the indicator of the groups, is
+// symmetric positive definite as the sum of two such operators.
+class GroupPreconditioner {
+public:
+    // The group of every unknown, 0 to groups - 1; set before compute.
+    void setGroups(std::vector<int32_t> groupOf, int32_t groups)
+    {
+        m_groupOf = std::move(groupOf);
+        m_groups = groups;
+    }
+    void compute(const SpMat& m)
+    {
+        const Eigen::Index n = m.rows();
+        m_invDiag = Eigen::VectorXd::Ones(n);
+        std::vector<Triplet> t;
+        const bool grouped = Eigen::Index(m_groupOf.size()) == n && m_groups > 0;
+        if (grouped)
+            t.reserve(size_t(m.nonZeros()));
+        for (Eigen::Index j = 0; j < m.outerSize(); ++j)
+            for (SpMat::InnerIterator it(m, j); it; ++it) {
+                if (it.row() == it.col() && it.value() != 0)
+                    m_invDiag[it.row()] = 1.0 / it.value();
+                if (grouped)
+                    t.emplace_back(m_groupOf[size_t(it.row())], m_groupOf[size_t(it.col())], it.value());
+            }
+        m_coarseOk = false;
+        if (grouped) {
+            SpMat coarse(m_groups, m_groups);
+            coarse.setFromTriplets(t.begin(), t.end());
+            m_coarse.compute(coarse);
+            m_coarseOk = m_coarse.info() == Eigen::Success;
+        }
+    }
+    // z = M^-1 r for every column of r.
+    Eigen::MatrixXd solveBlock(const Eigen::MatrixXd& r) const
+    {
+        Eigen::MatrixXd z = m_invDiag.asDiagonal() * r;
+        if (!m_coarseOk)
+            return z;
+        Eigen::MatrixXd rc = Eigen::MatrixXd::Zero(m_groups, r.cols());
+        for (Eigen::Index i = 0; i < r.rows(); ++i)
+            rc.row(m_groupOf[size_t(i)]) += r.row(i);
+        const Eigen::MatrixXd zc = m_coarse.solve(rc);
+        for (Eigen::Index i = 0; i < r.rows(); ++i)
+            z.row(i) += zc.row(m_groupOf[size_t(i)]);
+        return z;
+    }
+
+private:
+    std::vector<int32_t> m_groupOf;
+    int32_t m_groups = 0;
+    Eigen::VectorXd m_invDiag;
+    Eigen::SimplicialLDLT<SpMat> m_coarse;
+    bool m_coarseOk = false;
+};
+
+// Solves the symmetric positive definite system by conjugate gradients for
+// each column of b; x holds the start and the answer. The largest number of
+// iterations a column took.
+template <class Solver> long solveColumns(Solver& cg, const Eigen::MatrixXd& b, Eigen::MatrixXd& x)
 {
-    Eigen::ConjugateGradient<SpMat, Eigen::Lower | Eigen::Upper> cg;
-    cg.setMaxIterations(maxIterations);
-    cg.setTolerance(tolerance);
-    cg.compute(A);
     long iterations = 0;
     for (int c = 0; c < b.cols(); ++c) {
         if (b.col(c).squaredNorm() == 0) {
@@ -117,6 +177,74 @@ long solveCG(const SpMat& A, const Eigen::MatrixXd& b, Eigen::MatrixXd& x, int m
         iterations = std::max<long>(iterations, long(cg.iterations()));
     }
     return iterations;
+}
+
+// With the diagonal preconditioner.
+long solveCG(const SpMat& A, const Eigen::MatrixXd& b, Eigen::MatrixXd& x, int maxIterations, double tolerance)
+{
+    Eigen::ConjugateGradient<SpMat, Eigen::Lower | Eigen::Upper> cg;
+    cg.setMaxIterations(maxIterations);
+    cg.setTolerance(tolerance);
+    cg.compute(A);
+    return solveColumns(cg, b, x);
+}
+
+// Preconditioned conjugate gradients on all columns of b at once: one pass
+// over the matrix a step serves the three channels, and rows are shared out
+// between the cores. Each column keeps its own step sizes and stops on its
+// own residual, relative to its right-hand side. x holds the start and the
+// answer; the number of steps taken.
+long solveBlockPCG(const SpMat& A, const GroupPreconditioner& M, const Eigen::MatrixXd& b, Eigen::MatrixXd& x,
+                   int maxIterations, double tolerance)
+{
+    using RowMat = Eigen::SparseMatrix<double, Eigen::RowMajor>;
+    const RowMat Ar = A;
+    const Eigen::Index cols = b.cols();
+    Eigen::MatrixXd r = b - Ar * x;
+    std::vector<double> target(static_cast<size_t>(cols)), rz(static_cast<size_t>(cols), 0.0);
+    std::vector<bool> done(static_cast<size_t>(cols));
+    bool allDone = true;
+    for (Eigen::Index c = 0; c < cols; ++c) {
+        target[size_t(c)] = tolerance * b.col(c).norm();
+        done[size_t(c)] = r.col(c).norm() <= target[size_t(c)];
+        allDone = allDone && done[size_t(c)];
+    }
+    if (allDone)
+        return 0;
+    Eigen::MatrixXd z = M.solveBlock(r), p = z, ap(b.rows(), cols);
+    for (Eigen::Index c = 0; c < cols; ++c)
+        rz[size_t(c)] = r.col(c).dot(z.col(c));
+    long it = 0;
+    for (; it < maxIterations; ++it) {
+        ap.noalias() = Ar * p;
+        allDone = true;
+        for (Eigen::Index c = 0; c < cols; ++c) {
+            if (done[size_t(c)])
+                continue;
+            const double pap = p.col(c).dot(ap.col(c));
+            if (!(pap > 0)) {
+                done[size_t(c)] = true;
+                continue;
+            }
+            const double alpha = rz[size_t(c)] / pap;
+            x.col(c) += alpha * p.col(c);
+            r.col(c) -= alpha * ap.col(c);
+            done[size_t(c)] = r.col(c).norm() <= target[size_t(c)];
+            allDone = allDone && done[size_t(c)];
+        }
+        if (allDone)
+            break;
+        z = M.solveBlock(r);
+        for (Eigen::Index c = 0; c < cols; ++c) {
+            if (done[size_t(c)])
+                continue;
+            const double next = r.col(c).dot(z.col(c));
+            const double beta = rz[size_t(c)] != 0 ? next / rz[size_t(c)] : 0.0;
+            rz[size_t(c)] = next;
+            p.col(c) = z.col(c) + beta * p.col(c);
+        }
+    }
+    return it + 1;
 }
 
 // The run's state shared by its passes.
@@ -158,9 +286,14 @@ private:
         const SideSample& v = m_side[side][s];
         const float t = (float(s - e.firstSample) + 0.5f) / float(e.sampleCount);
         const float g = m_pixelGain.at(e.image[side])[size_t(c)];
-        const float o = float((1 - t) * m_offset(unknownOf(e.patch[side], e.vertex[0]), c) +
-                              t * m_offset(unknownOf(e.patch[side], e.vertex[1]), c));
+        const float o = float((1 - t) * m_offset(e.unknown[side][0], c) + t * m_offset(e.unknown[side][1], c));
         return std::min(255.0f, v.c[c] * g) + o;
+    }
+    // Stage times summed over the photographs, which may run side by side.
+    void addSeconds(int stage, double seconds)
+    {
+#pragma omp atomic
+        m_stats.seconds[stage] += seconds;
     }
     long unknownOf(int32_t patch, uint32_t vertex) const
     {
@@ -187,6 +320,7 @@ private:
     std::map<uint16_t, std::array<float, 3>> m_pixelGain;
     std::map<uint16_t, bool> m_readable;
     std::vector<uint64_t> m_unknownKeys;
+    std::vector<std::array<int32_t, 3>> m_faceUnknown; // of each corner, -1 outside the patches
     Eigen::MatrixXd m_offset;
 };
 
@@ -215,6 +349,12 @@ void ColourRun::buildSeams()
                 m_unknownKeys.push_back((uint64_t(uint32_t(m_facePatch[size_t(f)])) << 32) | v);
     std::sort(m_unknownKeys.begin(), m_unknownKeys.end());
     m_unknownKeys.erase(std::unique(m_unknownKeys.begin(), m_unknownKeys.end()), m_unknownKeys.end());
+    m_faceUnknown.assign(size_t(faceCount), {-1, -1, -1});
+    for (long f = 0; f < faceCount; ++f)
+        if (m_facePatch[size_t(f)] >= 0)
+            for (int k = 0; k < 3; ++k)
+                m_faceUnknown[size_t(f)][size_t(k)] =
+                    int32_t(unknownOf(m_facePatch[size_t(f)], m_faceVertices[size_t(f)][size_t(k)]));
 
     uint32_t samples = 0;
     for (long f = 0; f < faceCount; ++f) {
@@ -243,6 +383,10 @@ void ColourRun::buildSeams()
                 continue;
             e.patch[0] = pf;
             e.patch[1] = pg;
+            for (int end = 0; end < 2; ++end) {
+                e.unknown[0][end] = m_faceUnknown[size_t(f)][size_t(cornerF[end])];
+                e.unknown[1][end] = m_faceUnknown[size_t(g)][size_t(cornerG[end])];
+            }
             e.face[0] = int32_t(f);
             e.face[1] = int32_t(g);
             e.image[0] = m_patches[size_t(pf)].image;
@@ -419,6 +563,20 @@ void ColourRun::solveGains()
     std::vector<uint16_t> idOf(static_cast<size_t>(n));
     for (const auto& kv : index)
         idOf[size_t(kv.second)] = kv.first;
+    // Pairs of photographs: one matrix entry each, summed, keeps the matrix
+    // small; each sample knows its pair once for all iterations.
+    std::vector<std::pair<int, int>> photoPairs;
+    std::vector<int32_t> pairOf(pairs.size());
+    {
+        std::map<std::pair<int, int>, int32_t> known;
+        for (size_t i = 0; i < pairs.size(); ++i) {
+            const std::pair<int, int> key{std::min(pairs[i].a, pairs[i].b), std::max(pairs[i].a, pairs[i].b)};
+            auto it = known.emplace(key, int32_t(photoPairs.size())).first;
+            if (it->second == int32_t(photoPairs.size()))
+                photoPairs.push_back(key);
+            pairOf[i] = it->second;
+        }
+    }
     std::vector<std::vector<float>> weight(3, std::vector<float>(pairs.size(), 1.0f));
     for (int c = 0; c < 3; ++c) {
         Eigen::VectorXd x = Eigen::VectorXd::Zero(n);
@@ -427,9 +585,7 @@ void ColourRun::solveGains()
             std::vector<Triplet> t;
             t.reserve(size_t(n) * 4);
             Eigen::VectorXd rhs = Eigen::VectorXd::Zero(n);
-            std::vector<double> seamWeight(size_t(n), 0.0);
-            // Pairs of photographs: one entry each, summed, keeps the matrix small.
-            std::map<std::pair<int, int>, double> pairWeight;
+            std::vector<double> seamWeight(size_t(n), 0.0), pairWeight(photoPairs.size(), 0.0);
             for (size_t i = 0; i < pairs.size(); ++i) {
                 const Pair& p = pairs[i];
                 const double wi = w[i];
@@ -437,15 +593,18 @@ void ColourRun::solveGains()
                     continue;
                 seamWeight[size_t(p.a)] += wi;
                 seamWeight[size_t(p.b)] += wi;
-                pairWeight[{std::min(p.a, p.b), std::max(p.a, p.b)}] += wi;
+                pairWeight[size_t(pairOf[i])] += wi;
                 rhs[p.a] -= wi * p.d[c];
                 rhs[p.b] += wi * p.d[c];
             }
-            for (const auto& kv : pairWeight) {
-                t.emplace_back(kv.first.first, kv.first.first, kv.second);
-                t.emplace_back(kv.first.second, kv.first.second, kv.second);
-                t.emplace_back(kv.first.first, kv.first.second, -kv.second);
-                t.emplace_back(kv.first.second, kv.first.first, -kv.second);
+            for (size_t k = 0; k < photoPairs.size(); ++k) {
+                const auto& ab = photoPairs[k];
+                if (pairWeight[k] <= 0)
+                    continue;
+                t.emplace_back(ab.first, ab.first, pairWeight[k]);
+                t.emplace_back(ab.second, ab.second, pairWeight[k]);
+                t.emplace_back(ab.first, ab.second, -pairWeight[k]);
+                t.emplace_back(ab.second, ab.first, -pairWeight[k]);
             }
             for (int i = 0; i < n; ++i)
                 t.emplace_back(i, i, m_opt.gainPrior * seamWeight[size_t(i)] + 1e-9);
@@ -500,8 +659,7 @@ void ColourRun::solveOffsets()
     // Seams: the two sides agree after their offsets, sample by sample, each
     // edge weighing about one whatever its length.
     for (const SeamEdge& e : m_seams) {
-        const long u[4] = {unknownOf(e.patch[0], e.vertex[0]), unknownOf(e.patch[0], e.vertex[1]),
-                           unknownOf(e.patch[1], e.vertex[0]), unknownOf(e.patch[1], e.vertex[1])};
+        const long u[4] = {e.unknown[0][0], e.unknown[0][1], e.unknown[1][0], e.unknown[1][1]};
         double M[4][4] = {};
         double b[4][3] = {};
         double total = 0;
@@ -541,9 +699,7 @@ void ColourRun::solveOffsets()
         const int32_t p = m_facePatch[f];
         if (p < 0)
             continue;
-        long u[3];
-        for (int k = 0; k < 3; ++k)
-            u[k] = unknownOf(p, m_faceVertices[f][size_t(k)]);
+        const long u[3] = {m_faceUnknown[f][0], m_faceUnknown[f][1], m_faceUnknown[f][2]};
         for (int k = 0; k < 3; ++k) {
             const long i = u[k], j = u[(k + 1) % 3];
             t.emplace_back(i, i, w);
@@ -557,7 +713,14 @@ void ColourRun::solveOffsets()
         t.emplace_back(i, i, 1e-6);
     SpMat A(n, n);
     A.setFromTriplets(t.begin(), t.end());
-    m_stats.offsetIterations = solveCG(A, rhs, m_offset, 2000, 1e-5);
+    t = std::vector<Triplet>();
+    std::vector<int32_t> patchOf(static_cast<size_t>(n));
+    for (long i = 0; i < n; ++i)
+        patchOf[size_t(i)] = int32_t(m_unknownKeys[size_t(i)] >> 32);
+    GroupPreconditioner precond;
+    precond.setGroups(std::move(patchOf), int32_t(m_patches.size()));
+    precond.compute(A);
+    m_stats.offsetIterations = solveBlockPCG(A, precond, rhs, m_offset, 2000, 1e-5);
 }
 
 long ColourRun::run(const QString& folder)
@@ -602,25 +765,40 @@ long ColourRun::applyPass(const QString& folder)
 {
     kvo::IKvoProgress* progress = m_opt.progress;
     const double share = 1.0 / double(std::max<size_t>(1, m_images.size()));
-    size_t statIndex = 0;
-    for (const auto& kv : m_images) {
-        const uint16_t id = kv.first;
-        kvo::prgStep(progress, share);
-        ColorImageStats& st = m_stats.images[statIndex++];
-        if (!m_readable[id])
-            continue;
+    std::vector<uint16_t> ids;
+    for (const auto& kv : m_images)
+        ids.push_back(kv.first);
+    // Photographs side by side: encoding a JPEG and most of the correction
+    // run on one core each. Two or three at a time keep the memory of their
+    // full-size buffers small; the store is reached by one at a time.
+    const int threads = std::clamp(omp_get_max_threads(), 1, 3);
+    long failure = 0;
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+    for (long i = 0; i < long(ids.size()); ++i) {
+        const uint16_t id = ids[size_t(i)];
+        ColorImageStats& st = m_stats.images[size_t(i)];
+        bool skip = false;
         cv::Mat rgba, out;
-        QString why;
-        if (!loadPicture(id, rgba, why)) {
-            m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
-            st.read = false;
-            continue;
+#pragma omp critical(colourStore)
+        {
+            kvo::prgStep(progress, share);
+            if (!failure && m_opt.cancelled && m_opt.cancelled())
+                failure = kvoColorCancelled;
+            skip = failure != 0 || !m_readable.at(id);
+            QString why;
+            if (!skip && !loadPicture(id, rgba, why)) {
+                m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
+                st.read = false;
+                skip = true;
+            }
         }
+        if (skip)
+            continue;
         correctImage(id, rgba, out);
         rgba.release();
         auto t0 = Clock::now();
         measureAfter(id, out);
-        const QString file = QDir(folder).filePath(QFileInfo(kv.second.path).completeBaseName() + ".jpg");
+        const QString file = QDir(folder).filePath(QFileInfo(m_images.at(id).path).completeBaseName() + ".jpg");
         cv::Mat bgr;
         cv::cvtColor(out, bgr, cv::COLOR_RGBA2BGR);
         bool written = false;
@@ -630,14 +808,18 @@ long ColourRun::applyPass(const QString& folder)
         } catch (const cv::Exception&) {
             written = false;
         }
-        if (!written)
-            return kvoColorCannotWrite;
-        st.file = file;
         bgr.release();
-        m_stats.seconds[4] += since(t0);
-        if (m_opt.result && !m_opt.result(id, out))
-            return kvoColorCannotWrite;
+        addSeconds(4, since(t0));
+#pragma omp critical(colourStore)
+        {
+            if (!written || (m_opt.result && !failure && !m_opt.result(id, out)))
+                failure = failure ? failure : kvoColorCannotWrite;
+            else
+                st.file = file;
+        }
     }
+    if (failure)
+        return failure;
     // The step after, over the same samples as before.
     double sum = 0;
     long count = 0;
@@ -712,6 +894,98 @@ void rasterisePatches(const std::vector<int32_t>& faces, const std::vector<FaceC
     }
 }
 
+// Grows the labelled pixels by layers pixels: each pass, a pixel next to
+// labelled ones (8-neighbours, as they stood before the pass) takes their mean
+// correction and the label of the last of them. Only the rim is visited: a
+// photograph's patches usually cover a small part of it.
+void extendCorrections(cv::Mat& label, cv::Mat& correction, int layers)
+{
+    const int rows = label.rows, cols = label.cols;
+    if (layers <= 0 || rows < 1 || cols < 1)
+        return;
+    auto labelled = [&](int y, int x) { return label.ptr<int32_t>(y)[x] >= 0; };
+    // The first frontier: labelled pixels with an unlabelled neighbour.
+    std::vector<std::vector<int64_t>> found(size_t(std::max(1, omp_get_max_threads())));
+#pragma omp parallel for schedule(static)
+    for (int y = 0; y < rows; ++y) {
+        std::vector<int64_t>& mine = found[size_t(omp_get_thread_num())];
+        const int32_t* lab = label.ptr<int32_t>(y);
+        for (int x = 0; x < cols; ++x) {
+            if (lab[x] < 0)
+                continue;
+            bool rim = false;
+            for (int dy = -1; dy <= 1 && !rim; ++dy)
+                for (int dx = -1; dx <= 1; ++dx) {
+                    const int yy = y + dy, xx = x + dx;
+                    if (yy >= 0 && xx >= 0 && yy < rows && xx < cols && !labelled(yy, xx)) {
+                        rim = true;
+                        break;
+                    }
+                }
+            if (rim)
+                mine.push_back(int64_t(y) * cols + x);
+        }
+    }
+    std::vector<int64_t> frontier;
+    for (auto& f : found)
+        frontier.insert(frontier.end(), f.begin(), f.end());
+    struct Grown {
+        int64_t at;
+        int32_t label;
+        float c[3];
+    };
+    std::vector<int64_t> candidates;
+    std::vector<Grown> grown;
+    for (int pass = 0; pass < layers && !frontier.empty(); ++pass) {
+        candidates.clear();
+        for (int64_t i : frontier) {
+            const int y = int(i / cols), x = int(i % cols);
+            for (int dy = -1; dy <= 1; ++dy)
+                for (int dx = -1; dx <= 1; ++dx) {
+                    const int yy = y + dy, xx = x + dx;
+                    if (yy >= 0 && xx >= 0 && yy < rows && xx < cols && !labelled(yy, xx))
+                        candidates.push_back(int64_t(yy) * cols + xx);
+                }
+        }
+        std::sort(candidates.begin(), candidates.end());
+        candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
+        grown.resize(candidates.size());
+        for (size_t k = 0; k < candidates.size(); ++k) {
+            const int y = int(candidates[k] / cols), x = int(candidates[k] % cols);
+            Grown& g = grown[k];
+            g.at = candidates[k];
+            g.label = -1;
+            float sum[3] = {0, 0, 0};
+            int n = 0;
+            for (int dy = -1; dy <= 1; ++dy)
+                for (int dx = -1; dx <= 1; ++dx) {
+                    const int yy = y + dy, xx = x + dx;
+                    if ((dx == 0 && dy == 0) || yy < 0 || xx < 0 || yy >= rows || xx >= cols)
+                        continue;
+                    const int32_t l = label.ptr<int32_t>(yy)[xx];
+                    if (l < 0)
+                        continue;
+                    const float* c = correction.ptr<float>(yy) + 3 * xx;
+                    for (int q = 0; q < 3; ++q)
+                        sum[q] += c[q];
+                    g.label = l;
+                    ++n;
+                }
+            for (int q = 0; q < 3; ++q)
+                g.c[q] = n > 0 ? sum[q] / float(n) : 0.0f;
+        }
+        frontier.clear();
+        for (const Grown& g : grown) {
+            const int y = int(g.at / cols), x = int(g.at % cols);
+            label.ptr<int32_t>(y)[x] = g.label;
+            float* c = correction.ptr<float>(y) + 3 * x;
+            for (int q = 0; q < 3; ++q)
+                c[q] = g.c[q];
+            frontier.push_back(g.at);
+        }
+    }
+}
+
 void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
 {
     auto t0 = Clock::now();
@@ -725,58 +999,23 @@ void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
     rasterisePatches(
         faces, m_faceUVs, m_facePatch,
         [this](int32_t f, float off[3][3]) {
-            const int32_t p = m_facePatch[size_t(f)];
             for (int k = 0; k < 3; ++k) {
-                const long u = unknownOf(p, m_faceVertices[size_t(f)][size_t(k)]);
+                const long u = m_faceUnknown[size_t(f)][size_t(k)];
                 for (int c = 0; c < 3; ++c)
                     off[k][c] = u >= 0 ? float(m_offset(u, c)) : 0.0f;
             }
         },
         label, correction);
-    m_stats.seconds[3] += since(t0);
+    addSeconds(3, since(t0));
     if (m_opt.mode == ColorMode::Full) {
         t0 = Clock::now();
         levelStrips(id, label, correction);
-        m_stats.seconds[2] += since(t0);
+        addSeconds(2, since(t0));
     }
     t0 = Clock::now();
     // Corrections reach a few pixels past each patch, so that resampling the
     // texture near its border never mixes in uncorrected pixels.
-    for (int pass = 0; pass < m_opt.extend; ++pass) {
-        cv::Mat grown = label.clone();
-        cv::Mat grownCorrection = correction.clone();
-#pragma omp parallel for schedule(static)
-        for (int y = 0; y < rows; ++y) {
-            for (int x = 0; x < cols; ++x) {
-                if (label.at<int32_t>(y, x) >= 0)
-                    continue;
-                float sum[3] = {0, 0, 0};
-                int n = 0, lab = -1;
-                for (int dy = -1; dy <= 1; ++dy)
-                    for (int dx = -1; dx <= 1; ++dx) {
-                        const int yy = y + dy, xx = x + dx;
-                        if ((dx == 0 && dy == 0) || yy < 0 || xx < 0 || yy >= rows || xx >= cols)
-                            continue;
-                        const int32_t l = label.at<int32_t>(yy, xx);
-                        if (l < 0)
-                            continue;
-                        const float* c = correction.ptr<float>(yy) + 3 * xx;
-                        for (int k = 0; k < 3; ++k)
-                            sum[k] += c[k];
-                        lab = l;
-                        ++n;
-                    }
-                if (n == 0)
-                    continue;
-                grown.at<int32_t>(y, x) = lab;
-                float* g = grownCorrection.ptr<float>(y) + 3 * x;
-                for (int k = 0; k < 3; ++k)
-                    g[k] = sum[k] / float(n);
-            }
-        }
-        label = grown;
-        correction = grownCorrection;
-    }
+    extendCorrections(label, correction, m_opt.extend);
     // The gain in linear light, then the offsets; alpha passes through.
     uint8_t lut[3][256];
     for (int c = 0; c < 3; ++c) {
@@ -806,7 +1045,7 @@ void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
             d[3] = s[3];
         }
     }
-    m_stats.seconds[3] += since(t0);
+    addSeconds(3, since(t0));
 }
 
 void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction)
@@ -902,6 +1141,7 @@ void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction)
             strip.push_back(j);
         }
     }
+#pragma omp atomic
     m_stats.stripPixels += long(strip.size());
     // Laplace's equation over the strip: the correction is the border's at
     // the seam, nothing at the strip's inner edge, and as smooth as it can be

@@ -388,8 +388,8 @@ long continueOnProject(const KvoTextureJob& job, KvoTextureJobReport& report, IK
     if (job.colour != KvoJobColour::None) {
         t0 = Clock::now();
         KvoColorAdjustOptions copt;
-        copt.mode = job.colour == KvoJobColour::Global ? Rec3D::RecMesh::ColorMode::Global
-                                                       : Rec3D::RecMesh::ColorMode::Full;
+        copt.mode =
+            job.colour == KvoJobColour::Global ? Rec3D::RecMesh::ColorMode::Global : Rec3D::RecMesh::ColorMode::Full;
         copt.cancelled = job.cancelled;
         KvoColorAdjustReport colour;
         {

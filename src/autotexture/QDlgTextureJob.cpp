@@ -63,10 +63,11 @@ QDlgTextureJob::QDlgTextureJob(QWidget* parent) : QDialog(parent)
     m_colour->addItem(tr("Exposure, white balance and seam levelling"));
     m_colour->setCurrentIndex(int(KvoJobColour::Full));
     m_overwrite = new QCheckBox(tr("Write over existing files"), this);
-    auto* note = new QLabel(tr("Every face gets the photograph that shows it best; the texture meshes are made "
-                               "seamless, the photographs' colours are balanced across the seams and the whole model is "
-                               "written as one mesh on texture atlases."),
-                            this);
+    auto* note =
+        new QLabel(tr("Every face gets the photograph that shows it best; the texture meshes are made "
+                      "seamless, the photographs' colours are balanced across the seams and the whole model is "
+                      "written as one mesh on texture atlases."),
+                   this);
     note->setWordWrap(true);
 
     auto* grid = new QGridLayout;

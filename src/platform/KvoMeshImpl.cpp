@@ -122,6 +122,7 @@ ref_ptr<IKvoImage>& CKvoMesh::getImage(ref_ptr<IKvoImage>& out) const
         auto loader = std::move(m_imageLoader);
         m_imageLoader = nullptr;
         m_image = loader();
+        m_reloader = std::move(loader);
         m_savedImage = m_image.get();
         m_savedRevision = m_image ? m_image->getRevision() : 0;
     }
@@ -141,8 +142,10 @@ bool CKvoMesh::isImageChanged() const
     return m_image.get() != m_savedImage || m_image->getRevision() != m_savedRevision;
 }
 
-void CKvoMesh::markImageSaved()
+void CKvoMesh::markImageSaved(std::function<ref_ptr<IKvoImage>()> reloader)
 {
+    if (reloader)
+        m_reloader = std::move(reloader);
     m_savedImage = m_image.get();
     m_savedRevision = m_image ? m_image->getRevision() : 0;
 }
@@ -361,7 +364,7 @@ void CKvoMesh::setTextureData(const unsigned char* pixels, long width, long heig
     refreshDisplay();
 }
 
-void CKvoMesh::copyStateFrom(const CKvoMesh& o)
+void CKvoMesh::copyStateFrom(const CKvoMesh& o, bool pixelsByLoader)
 {
     m_imageId = o.m_imageId;
     m_tiled = o.m_tiled;
@@ -370,10 +373,20 @@ void CKvoMesh::copyStateFrom(const CKvoMesh& o)
     m_uvs = o.m_uvs ? o.m_uvs->clone() : ref_ptr<Pnt2fArray>();
     m_cornerIdx = o.m_cornerIdx ? o.m_cornerIdx->clone() : ref_ptr<UIntArray>();
     m_marks = o.m_marks ? o.m_marks->clone() : ref_ptr<ByteArray>();
-    ref_ptr<IKvoImage> img;
-    o.getImage(img);
-    m_image = img ? img->clone() : ref_ptr<IKvoImage>();
-    m_imageLoader = nullptr;
+    m_reloader = o.m_reloader;
+    if (o.m_imageLoader && pixelsByLoader) {
+        // Not read yet: read it when it is wanted.
+        m_image.reset();
+        m_imageLoader = o.m_imageLoader;
+    } else if (pixelsByLoader && o.m_reloader && o.m_image && !o.isImageChanged()) {
+        m_image.reset();
+        m_imageLoader = o.m_reloader;
+    } else {
+        ref_ptr<IKvoImage> img;
+        o.getImage(img);
+        m_image = img ? img->clone() : ref_ptr<IKvoImage>();
+        m_imageLoader = nullptr;
+    }
     m_selColor = o.m_selColor;
     m_solid = o.m_solid;
     m_name = o.m_name;

@@ -85,15 +85,21 @@ public:
     void setImageId(long id) { m_imageId = id; }
     void setTiled(bool tiled) { m_tiled = tiled; }
     void detachModel() { m_model = nullptr; }
-    // A deep copy of the arrays and a copy-on-write copy of the pixels.
-    void copyStateFrom(const CKvoMesh& other);
+    // A deep copy of the arrays and a copy-on-write copy of the pixels. With
+    // pixelsByLoader, pixels that are still the image database's (not yet
+    // read, or read or saved and unchanged since) are copied as the way to
+    // read them again, not held: the caller vouches that the database's
+    // pixels come back as they are now.
+    void copyStateFrom(const CKvoMesh& other, bool pixelsByLoader = false);
     // Pixels read on first use: a project with many big photographs opens
     // without decoding them all.
     void setImageLoader(std::function<ref_ptr<IKvoImage>()> loader);
     // The pixels differ from those last written to the project.
     bool isImageChanged() const;
-    // Marks the present pixels as the project's.
-    void markImageSaved();
+    // Marks the present pixels as the project's; reloader, when given, reads
+    // them back from the project.
+    void markImageSaved(std::function<ref_ptr<IKvoImage>()> reloader = nullptr);
+    bool isImageLoaded() const override { return !m_imageLoader; }
     // Restores the raw corner indices without the checks of setCornerTexIndices.
     void setCornerIndexArray(UIntArray* idx) { m_cornerIdx = idx; }
 
@@ -111,6 +117,8 @@ private:
     ref_ptr<ByteArray> m_marks;
     mutable ref_ptr<IKvoImage> m_image;
     mutable std::function<ref_ptr<IKvoImage>()> m_imageLoader;
+    // Reads the saved pixels again; kept after the loader has run.
+    mutable std::function<ref_ptr<IKvoImage>()> m_reloader;
     mutable const IKvoImage* m_savedImage = nullptr;
     mutable unsigned long long m_savedRevision = 0;
     KvoColor4b m_selColor{255, 0, 0, 255};

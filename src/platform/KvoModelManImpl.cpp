@@ -179,8 +179,14 @@ long CKvoMM::saveProject(IKvoProgress* progress)
         return rc;
     }
     m_project->imageDb()->collectGarbage();
-    for (CKvoMesh* m : written)
-        m->markImageSaved();
+    ref_ptr<CKvoImageDb> db(m_project->imageDb());
+    for (CKvoMesh* m : written) {
+        const long imageId = m->getImageId();
+        m->markImageSaved([db, imageId]() {
+            ref_ptr<IKvoImage> tex;
+            return db->getTexture(tex, imageId, 2);
+        });
+    }
     m_dirty = false;
     return kvoOk;
 }
@@ -637,6 +643,7 @@ long CKvoMM::openTexEdit(IKvoProgress* progress, long, long backupImageDb)
     KvoPrgPush push(progress, 1.0);
     auto backup = std::make_unique<KvoTexEditBackup>();
     backup->nextMeshId = model()->peekNextMeshId();
+    backup->pixelsByLoader = backupImageDb != 0;
     const long n = m_model->getMeshCount();
     for (long i = 0; i < n; ++i) {
         ref_ptr<IKvoMesh> m = m_model->getMesh(i);
@@ -645,7 +652,9 @@ long CKvoMM::openTexEdit(IKvoProgress* progress, long, long backupImageDb)
         if (!cm || !isTexMesh(m))
             continue;
         ref_ptr<CKvoMesh> copy = model()->newMeshWithId(cm->getId(), cm->getImageId(), cm->isTiled());
-        copy->copyStateFrom(*cm);
+        // With the image database backed up, its pixels come back on restore,
+        // so pictures that are still its own need not be held twice.
+        copy->copyStateFrom(*cm, backup->pixelsByLoader);
         backup->texMeshes.push_back({ref_ptr<CKvoMesh>(cm), copy});
         prgStep(progress, 0.8 / double(n));
     }
@@ -684,7 +693,7 @@ long CKvoMM::restoreTexEdit(IKvoProgress* progress)
         return std::find(current.begin(), current.end(), m) != current.end();
     };
     for (auto& copy : b.texMeshes) {
-        copy.live->copyStateFrom(*copy.state);
+        copy.live->copyStateFrom(*copy.state, b.pixelsByLoader);
         prgStep(progress, 0.8 / double(std::max<size_t>(1, b.texMeshes.size())));
     }
     for (auto& m : b.meshOrder)

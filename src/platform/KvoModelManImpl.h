@@ -49,7 +49,8 @@ struct KvoTexEditBackup {
     // Level 2, when asked for: the unsaved pixels of an image, or null where
     // the project's file holds them (nothing to keep in memory).
     std::map<long, ref_ptr<IKvoImage>> dbTextures;
-    long nextMeshId = 1;                           // so that meshes made and dropped in the session leave no trace
+    bool pixelsByLoader = false; // the database's pixels come back, so meshes may read theirs again
+    long nextMeshId = 1;         // so that meshes made and dropped in the session leave no trace
 };
 
 class QV_EXPORT CKvoMM : public IKvoMM {

@@ -197,6 +197,9 @@ public:
     virtual Pnt2fArray* getUVs() const = 0;
     virtual void setImage(const ref_ptr<IKvoImage>& image) = 0;
     virtual ref_ptr<IKvoImage>& getImage(ref_ptr<IKvoImage>& out) const = 0;
+    // False while the pixels are still only in the project (read on first
+    // getImage): a pass over many pictures can read them without keeping them.
+    virtual bool isImageLoaded() const = 0;
 
     virtual bool hasSelMarks() const = 0;
     virtual void setSelMarks(ByteArray* marks) = 0;

@@ -1,5 +1,7 @@
 #include <QFile>
 
+#include <opencv2/core.hpp>
+
 #include "platform/KvoProjectReport.h"
 #include "platform/KvoSampleScene.h"
 #include "scene/KvoStore.h"
@@ -8,6 +10,14 @@
 using namespace kvo;
 
 namespace {
+
+QByteArray pixelBytes(const IKvoImage& img)
+{
+    cv::Mat m;
+    img.getMat(m);
+    const cv::Mat packed = m.isContinuous() ? m : m.clone();
+    return QByteArray(reinterpret_cast<const char*>(packed.data), int(packed.total() * packed.elemSize()));
+}
 
 class ModelManTest : public qvtest::StoreTest {
 protected:
@@ -211,6 +221,49 @@ TEST_F(ModelManTest, TexEditRestoreBringsBackExactlyTheOpeningState)
     mm->closeTexEdit();
     EXPECT_FALSE(mm->isTexEditOpen());
     EXPECT_LT(mm->restoreTexEdit(nullptr), 0);
+}
+
+// A session that backs up the image database holds no second copy of the
+// pictures that are still the project's: one not read yet stays unread, one
+// saved and unchanged is read again on restore; both come back pixel for pixel.
+TEST_F(ModelManTest, TexEditWithTheImageDatabaseKeepsProjectPicturesUnread)
+{
+    mapImage(ids[0], 0, 6);
+    mapImage(ids[1], 6, 6);
+    ASSERT_EQ(mm->saveProject(), kvoOk);
+    ref_ptr<IKvoProject> project;
+    const QString file = mm->getProject(project)->getFilePath();
+    mm->closeProject();
+    ASSERT_EQ(mm->openProject(file), kvoOk);
+    mm->getProject(project)->getImageDb(db);
+    ref_ptr<IKvoMesh> unread, read;
+    mm->getTexMeshOfImage(unread, ids[0]);
+    mm->getTexMeshOfImage(read, ids[1]);
+    ASSERT_FALSE(unread->isImageLoaded());
+    ref_ptr<IKvoImage> pixels0, pixels1;
+    db->getTexture(pixels0, ids[0], 2);
+    read->getImage(pixels1);
+    const QByteArray before0 = pixelBytes(*pixels0), before1 = pixelBytes(*pixels1);
+
+    ASSERT_EQ(mm->openTexEdit(nullptr, 1, 1), 0);
+    EXPECT_FALSE(unread->isImageLoaded()) << "the backup did not read it";
+    // The session replaces both pictures, in the database and on the meshes.
+    for (long id : ids) {
+        ref_ptr<IKvoImage> grey = newKvoImage();
+        grey->create(32, 24, KvoColor4b(90, 90, 90, 255));
+        ASSERT_EQ(db->setTexture(grey, id, 2), kvoOk);
+        ref_ptr<IKvoMesh> m;
+        mm->getTexMeshOfImage(m, id);
+        m->setImage(grey);
+    }
+    ASSERT_EQ(mm->restoreTexEdit(nullptr), 0);
+    mm->closeTexEdit();
+    ref_ptr<IKvoImage> back0, back1;
+    unread->getImage(back0);
+    read->getImage(back1);
+    ASSERT_TRUE(back0 && back1);
+    EXPECT_EQ(pixelBytes(*back0), before0);
+    EXPECT_EQ(pixelBytes(*back1), before1);
 }
 
 TEST_F(ModelManTest, BareMeshesMadeDuringAnEditSessionStay)
