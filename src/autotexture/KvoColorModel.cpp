@@ -43,6 +43,8 @@ constexpr double kGamma = 2.2;
 constexpr float kClipHigh = 250.0f, kClipLow = 3.0f;
 // Samples along a seam edge at most (a long edge seen huge in one picture).
 constexpr int kMaxSamplesPerEdge = 2048;
+// Decoded pictures kept from the sampling pass for the applying pass, at most.
+constexpr size_t kKeptBytes = size_t(1) << 30;
 
 // One edge where two patches meet, seen from both sides.
 struct SeamEdge {
@@ -273,6 +275,7 @@ private:
     void buildSeams();
     bool loadPicture(uint16_t id, cv::Mat& rgba, QString& why) const;
     long samplePass();
+    void blurNearSeams(uint16_t id, const cv::Mat& rgba, cv::Mat& blurred) const;
     void solveGains();
     void solveOffsets();
     long applyPass(const QString& folder);
@@ -319,6 +322,8 @@ private:
     std::map<uint16_t, std::array<double, 3>> m_logGain;
     std::map<uint16_t, std::array<float, 3>> m_pixelGain;
     std::map<uint16_t, bool> m_readable;
+    std::map<uint16_t, cv::Mat> m_kept; // pictures the sampling pass read, for the applying pass
+    size_t m_keptBytes = 0;
     std::vector<uint64_t> m_unknownKeys;
     std::vector<std::array<int32_t, 3>> m_faceUnknown; // of each corner, -1 outside the patches
     Eigen::MatrixXd m_offset;
@@ -475,6 +480,43 @@ bool ColourRun::loadPicture(uint16_t id, cv::Mat& rgba, QString& why) const
     return true;
 }
 
+// The blurred picture where the image's seams run, in tiles: elsewhere
+// blurred holds nothing of use. The tiles are filtered as parts of the whole
+// picture (their borders read the pixels around them), so a sample reads what
+// it would read on the whole picture blurred.
+void ColourRun::blurNearSeams(uint16_t id, const cv::Mat& rgba, cv::Mat& blurred) const
+{
+    constexpr int kTile = 64;
+    const int tilesX = (rgba.cols + kTile - 1) / kTile, tilesY = (rgba.rows + kTile - 1) / kTile;
+    std::vector<uint8_t> wanted(size_t(tilesX) * size_t(tilesY), 0);
+    auto sides = m_imageSides.find(id);
+    if (sides != m_imageSides.end())
+        for (const auto& es : sides->second) {
+            const SeamEdge& e = m_seams[es.first];
+            const float(*end)[2] = e.end[es.second];
+            // A bilinear read reaches the pixel below and right of its position.
+            const int x0 = int(std::floor(std::min(end[0][0], end[1][0]))) - 2;
+            const int x1 = int(std::ceil(std::max(end[0][0], end[1][0]))) + 2;
+            const int y0 = int(std::floor(std::min(end[0][1], end[1][1]))) - 2;
+            const int y1 = int(std::ceil(std::max(end[0][1], end[1][1]))) + 2;
+            for (int ty = std::max(0, y0 / kTile); ty <= std::min(tilesY - 1, std::max(0, y1) / kTile); ++ty)
+                for (int tx = std::max(0, x0 / kTile); tx <= std::min(tilesX - 1, std::max(0, x1) / kTile); ++tx)
+                    wanted[size_t(ty) * size_t(tilesX) + size_t(tx)] = 1;
+        }
+    std::vector<cv::Rect> tiles;
+    for (int ty = 0; ty < tilesY; ++ty)
+        for (int tx = 0; tx < tilesX; ++tx)
+            if (wanted[size_t(ty) * size_t(tilesX) + size_t(tx)])
+                tiles.emplace_back(tx * kTile, ty * kTile, std::min(kTile, rgba.cols - tx * kTile),
+                                   std::min(kTile, rgba.rows - ty * kTile));
+    blurred.create(rgba.size(), rgba.type());
+#pragma omp parallel for schedule(dynamic, 8)
+    for (long i = 0; i < long(tiles.size()); ++i) {
+        cv::Mat out = blurred(tiles[size_t(i)]);
+        cv::GaussianBlur(rgba(tiles[size_t(i)]), out, cv::Size(0, 0), m_opt.blurSigma);
+    }
+}
+
 long ColourRun::samplePass()
 {
     kvo::IKvoProgress* progress = m_opt.progress;
@@ -492,10 +534,17 @@ long ColourRun::samplePass()
             m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
             continue;
         }
+        // Some pictures are kept for the applying pass, which then need not
+        // read them again; never so many that all are held at once.
+        const size_t bytes = rgba.total() * rgba.elemSize();
+        if (m_keptBytes + bytes <= kKeptBytes) {
+            m_kept[id] = rgba;
+            m_keptBytes += bytes;
+        }
         if (sides == m_imageSides.end())
             continue;
         cv::Mat blurred;
-        cv::GaussianBlur(rgba, blurred, cv::Size(0, 0), m_opt.blurSigma);
+        blurNearSeams(id, rgba, blurred);
         const auto& list = sides->second;
 #pragma omp parallel for schedule(dynamic, 64)
         for (long i = 0; i < long(list.size()); ++i) {
@@ -765,9 +814,12 @@ long ColourRun::applyPass(const QString& folder)
 {
     kvo::IKvoProgress* progress = m_opt.progress;
     const double share = 1.0 / double(std::max<size_t>(1, m_images.size()));
-    std::vector<uint16_t> ids;
+    // Pictures kept from the sampling pass first, so that their memory goes
+    // early; each keeps its place in the statistics.
+    std::vector<std::pair<uint16_t, size_t>> ids;
     for (const auto& kv : m_images)
-        ids.push_back(kv.first);
+        ids.push_back({kv.first, ids.size()});
+    std::stable_partition(ids.begin(), ids.end(), [this](const auto& e) { return m_kept.count(e.first) > 0; });
     // Photographs side by side: encoding a JPEG and most of the correction
     // run on one core each. Two or three at a time keep the memory of their
     // full-size buffers small; the store is reached by one at a time.
@@ -775,8 +827,8 @@ long ColourRun::applyPass(const QString& folder)
     long failure = 0;
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (long i = 0; i < long(ids.size()); ++i) {
-        const uint16_t id = ids[size_t(i)];
-        ColorImageStats& st = m_stats.images[size_t(i)];
+        const uint16_t id = ids[size_t(i)].first;
+        ColorImageStats& st = m_stats.images[ids[size_t(i)].second];
         bool skip = false;
         cv::Mat rgba, out;
 #pragma omp critical(colourStore)
@@ -786,7 +838,11 @@ long ColourRun::applyPass(const QString& folder)
                 failure = kvoColorCancelled;
             skip = failure != 0 || !m_readable.at(id);
             QString why;
-            if (!skip && !loadPicture(id, rgba, why)) {
+            auto kept = m_kept.find(id);
+            if (kept != m_kept.end()) {
+                rgba = kept->second;
+                m_kept.erase(kept);
+            } else if (!skip && !loadPicture(id, rgba, why)) {
                 m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
                 st.read = false;
                 skip = true;
@@ -1229,7 +1285,7 @@ void ColourRun::measureAfter(uint16_t id, const cv::Mat& corrected)
     if (sides == m_imageSides.end())
         return;
     cv::Mat blurred;
-    cv::GaussianBlur(corrected, blurred, cv::Size(0, 0), m_opt.blurSigma);
+    blurNearSeams(id, corrected, blurred);
     for (const auto& es : sides->second) {
         const SeamEdge& e = m_seams[es.first];
         const int side = es.second;
