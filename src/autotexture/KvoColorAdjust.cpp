@@ -309,9 +309,8 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
     opt.result = [&](uint16_t low, const cv::Mat& rgba) {
         storeStart = Clock::now();
         const long id = fullId[low];
-        ref_ptr<IKvoImage> img = newKvoImage();
-        const cv::Mat packed = rgba.isContinuous() ? rgba : rgba.clone();
-        if (!img->setData(packed.data, packed.cols, packed.rows, 4))
+        ref_ptr<IKvoImage> img = newKvoImageOf(rgba);
+        if (!img)
             return false;
         if (db->setTexture(img, id, 2) != kvoOk)
             return false;

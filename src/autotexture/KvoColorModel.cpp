@@ -141,19 +141,25 @@ public:
             m_coarseOk = m_coarse.info() == Eigen::Success;
         }
     }
-    // z = M^-1 r for every column of r.
-    Eigen::MatrixXd solveBlock(const Eigen::MatrixXd& r) const
+    // z = M^-1 r on three interleaved channels (r[3 i + c]).
+    void apply3(const std::vector<double>& r, std::vector<double>& z) const
     {
-        Eigen::MatrixXd z = m_invDiag.asDiagonal() * r;
+        const long n = long(m_invDiag.size());
+#pragma omp parallel for schedule(static)
+        for (long i = 0; i < n; ++i)
+            for (int c = 0; c < 3; ++c)
+                z[size_t(3 * i + c)] = m_invDiag[i] * r[size_t(3 * i + c)];
         if (!m_coarseOk)
-            return z;
-        Eigen::MatrixXd rc = Eigen::MatrixXd::Zero(m_groups, r.cols());
-        for (Eigen::Index i = 0; i < r.rows(); ++i)
-            rc.row(m_groupOf[size_t(i)]) += r.row(i);
+            return;
+        Eigen::MatrixXd rc = Eigen::MatrixXd::Zero(m_groups, 3);
+        for (long i = 0; i < n; ++i)
+            for (int c = 0; c < 3; ++c)
+                rc(m_groupOf[size_t(i)], c) += r[size_t(3 * i + c)];
         const Eigen::MatrixXd zc = m_coarse.solve(rc);
-        for (Eigen::Index i = 0; i < r.rows(); ++i)
-            z.row(i) += zc.row(m_groupOf[size_t(i)]);
-        return z;
+#pragma omp parallel for schedule(static)
+        for (long i = 0; i < n; ++i)
+            for (int c = 0; c < 3; ++c)
+                z[size_t(3 * i + c)] += zc(m_groupOf[size_t(i)], c);
     }
 
 private:
@@ -191,62 +197,103 @@ long solveCG(const SpMat& A, const Eigen::MatrixXd& b, Eigen::MatrixXd& x, int m
     return solveColumns(cg, b, x);
 }
 
-// Preconditioned conjugate gradients on all columns of b at once: one pass
-// over the matrix a step serves the three channels, and rows are shared out
-// between the cores. Each column keeps its own step sizes and stops on its
-// own residual, relative to its right-hand side. x holds the start and the
-// answer; the number of steps taken.
+// Preconditioned conjugate gradients on the three columns of b at once: one
+// pass over the matrix a step serves the three channels, which lie side by
+// side in memory, and rows are shared out between the cores. Each column
+// keeps its own step sizes and stops on its own residual, relative to its
+// right-hand side. x holds the start and the answer; the number of steps.
 long solveBlockPCG(const SpMat& A, const GroupPreconditioner& M, const Eigen::MatrixXd& b, Eigen::MatrixXd& x,
                    int maxIterations, double tolerance)
 {
     using RowMat = Eigen::SparseMatrix<double, Eigen::RowMajor>;
-    const RowMat Ar = A;
-    const Eigen::Index cols = b.cols();
-    Eigen::MatrixXd r = b - Ar * x;
-    std::vector<double> target(static_cast<size_t>(cols)), rz(static_cast<size_t>(cols), 0.0);
-    std::vector<bool> done(static_cast<size_t>(cols));
-    bool allDone = true;
-    for (Eigen::Index c = 0; c < cols; ++c) {
-        target[size_t(c)] = tolerance * b.col(c).norm();
-        done[size_t(c)] = r.col(c).norm() <= target[size_t(c)];
-        allDone = allDone && done[size_t(c)];
-    }
-    if (allDone)
-        return 0;
-    Eigen::MatrixXd z = M.solveBlock(r), p = z, ap(b.rows(), cols);
-    for (Eigen::Index c = 0; c < cols; ++c)
-        rz[size_t(c)] = r.col(c).dot(z.col(c));
-    long it = 0;
-    for (; it < maxIterations; ++it) {
-        ap.noalias() = Ar * p;
-        allDone = true;
-        for (Eigen::Index c = 0; c < cols; ++c) {
-            if (done[size_t(c)])
-                continue;
-            const double pap = p.col(c).dot(ap.col(c));
-            if (!(pap > 0)) {
-                done[size_t(c)] = true;
-                continue;
+    RowMat Ar = A;
+    Ar.makeCompressed();
+    const long n = long(Ar.rows());
+    const auto* start = Ar.outerIndexPtr();
+    const auto* column = Ar.innerIndexPtr();
+    const double* value = Ar.valuePtr();
+    auto multiply = [&](const std::vector<double>& v, std::vector<double>& out) {
+#pragma omp parallel for schedule(static, 4096)
+        for (long i = 0; i < n; ++i) {
+            double s0 = 0, s1 = 0, s2 = 0;
+            for (auto k = start[i]; k < start[i + 1]; ++k) {
+                const double a = value[k];
+                const double* q = &v[size_t(3) * size_t(column[k])];
+                s0 += a * q[0];
+                s1 += a * q[1];
+                s2 += a * q[2];
             }
-            const double alpha = rz[size_t(c)] / pap;
-            x.col(c) += alpha * p.col(c);
-            r.col(c) -= alpha * ap.col(c);
-            done[size_t(c)] = r.col(c).norm() <= target[size_t(c)];
-            allDone = allDone && done[size_t(c)];
+            out[size_t(3 * i)] = s0;
+            out[size_t(3 * i + 1)] = s1;
+            out[size_t(3 * i + 2)] = s2;
         }
-        if (allDone)
-            break;
-        z = M.solveBlock(r);
-        for (Eigen::Index c = 0; c < cols; ++c) {
-            if (done[size_t(c)])
-                continue;
-            const double next = r.col(c).dot(z.col(c));
-            const double beta = rz[size_t(c)] != 0 ? next / rz[size_t(c)] : 0.0;
-            rz[size_t(c)] = next;
-            p.col(c) = z.col(c) + beta * p.col(c);
+    };
+    auto dot = [n](const std::vector<double>& u, const std::vector<double>& v, double out[3]) {
+        double d0 = 0, d1 = 0, d2 = 0;
+#pragma omp parallel for schedule(static) reduction(+ : d0, d1, d2)
+        for (long i = 0; i < n; ++i) {
+            d0 += u[size_t(3 * i)] * v[size_t(3 * i)];
+            d1 += u[size_t(3 * i + 1)] * v[size_t(3 * i + 1)];
+            d2 += u[size_t(3 * i + 2)] * v[size_t(3 * i + 2)];
         }
+        out[0] = d0, out[1] = d1, out[2] = d2;
+    };
+    std::vector<double> xs(size_t(3 * n)), r(size_t(3 * n)), z(size_t(3 * n)), p(size_t(3 * n)), ap(size_t(3 * n));
+    std::vector<double> bs(size_t(3 * n));
+    for (long i = 0; i < n; ++i)
+        for (int c = 0; c < 3; ++c) {
+            xs[size_t(3 * i + c)] = x(i, c);
+            bs[size_t(3 * i + c)] = b(i, c);
+        }
+    multiply(xs, ap);
+    for (size_t k = 0; k < r.size(); ++k)
+        r[k] = bs[k] - ap[k];
+    double bb[3], rr[3], rz[3], pap[3];
+    dot(bs, bs, bb);
+    dot(r, r, rr);
+    bool done[3];
+    for (int c = 0; c < 3; ++c)
+        done[c] = std::sqrt(rr[c]) <= tolerance * std::sqrt(bb[c]);
+    long it = 0;
+    if (!(done[0] && done[1] && done[2])) {
+        M.apply3(r, z);
+        p = z;
+        dot(r, z, rz);
+        for (; it < maxIterations; ++it) {
+            multiply(p, ap);
+            dot(p, ap, pap);
+            double alpha[3];
+            for (int c = 0; c < 3; ++c)
+                alpha[c] = !done[c] && pap[c] > 0 ? rz[c] / pap[c] : 0.0;
+#pragma omp parallel for schedule(static)
+            for (long i = 0; i < n; ++i)
+                for (int c = 0; c < 3; ++c) {
+                    xs[size_t(3 * i + c)] += alpha[c] * p[size_t(3 * i + c)];
+                    r[size_t(3 * i + c)] -= alpha[c] * ap[size_t(3 * i + c)];
+                }
+            dot(r, r, rr);
+            for (int c = 0; c < 3; ++c)
+                done[c] = done[c] || !(pap[c] > 0) || std::sqrt(rr[c]) <= tolerance * std::sqrt(bb[c]);
+            if (done[0] && done[1] && done[2])
+                break;
+            M.apply3(r, z);
+            double next[3], beta[3];
+            dot(r, z, next);
+            for (int c = 0; c < 3; ++c) {
+                beta[c] = !done[c] && rz[c] != 0 ? next[c] / rz[c] : 0.0;
+                rz[c] = next[c];
+            }
+#pragma omp parallel for schedule(static)
+            for (long i = 0; i < n; ++i)
+                for (int c = 0; c < 3; ++c)
+                    p[size_t(3 * i + c)] = done[c] ? 0.0 : z[size_t(3 * i + c)] + beta[c] * p[size_t(3 * i + c)];
+        }
+        ++it;
     }
-    return it + 1;
+    for (long i = 0; i < n; ++i)
+        for (int c = 0; c < 3; ++c)
+            x(i, c) = xs[size_t(3 * i + c)];
+    return it;
 }
 
 // The run's state shared by its passes.
@@ -279,9 +326,14 @@ private:
     void solveGains();
     void solveOffsets();
     long applyPass(const QString& folder);
-    void correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out);
-    void levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction);
-    void measureAfter(uint16_t id, const cv::Mat& corrected);
+    // Full-size buffers of one thread, kept from picture to picture: fresh
+    // ones would cost the system a page fault every 4 KB of every picture.
+    struct Workspace {
+        cv::Mat label, correction, dist, blurred, bgr;
+    };
+    void correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out, Workspace& w);
+    void levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction, cv::Mat& dist);
+    void measureAfter(uint16_t id, const cv::Mat& corrected, cv::Mat& blurred);
 
     // The corrected sample on one side, by the global model (gain and offsets).
     float corrected(const SeamEdge& e, int side, uint32_t s, int c) const
@@ -322,6 +374,7 @@ private:
     std::map<uint16_t, std::array<double, 3>> m_logGain;
     std::map<uint16_t, std::array<float, 3>> m_pixelGain;
     std::map<uint16_t, bool> m_readable;
+    std::vector<Workspace> m_work = std::vector<Workspace>(3);
     std::map<uint16_t, cv::Mat> m_kept; // pictures the sampling pass read, for the applying pass
     size_t m_keptBytes = 0;
     std::vector<uint64_t> m_unknownKeys;
@@ -543,7 +596,7 @@ long ColourRun::samplePass()
         }
         if (sides == m_imageSides.end())
             continue;
-        cv::Mat blurred;
+        cv::Mat& blurred = m_work[0].blurred;
         blurNearSeams(id, rgba, blurred);
         const auto& list = sides->second;
 #pragma omp parallel for schedule(dynamic, 64)
@@ -850,12 +903,13 @@ long ColourRun::applyPass(const QString& folder)
         }
         if (skip)
             continue;
-        correctImage(id, rgba, out);
+        Workspace& w = m_work[size_t(omp_get_thread_num()) % m_work.size()];
+        correctImage(id, rgba, out, w);
         rgba.release();
         auto t0 = Clock::now();
-        measureAfter(id, out);
+        measureAfter(id, out, w.blurred);
         const QString file = QDir(folder).filePath(QFileInfo(m_images.at(id).path).completeBaseName() + ".jpg");
-        cv::Mat bgr;
+        cv::Mat& bgr = w.bgr;
         cv::cvtColor(out, bgr, cv::COLOR_RGBA2BGR);
         bool written = false;
         try {
@@ -864,7 +918,6 @@ long ColourRun::applyPass(const QString& folder)
         } catch (const cv::Exception&) {
             written = false;
         }
-        bgr.release();
         addSeconds(4, since(t0));
 #pragma omp critical(colourStore)
         {
@@ -1042,12 +1095,16 @@ void extendCorrections(cv::Mat& label, cv::Mat& correction, int layers)
     }
 }
 
-void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
+void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out, Workspace& w)
 {
     auto t0 = Clock::now();
     const int rows = in.rows, cols = in.cols;
-    cv::Mat label(rows, cols, CV_32S, cv::Scalar(-1));
-    cv::Mat correction(rows, cols, CV_32FC3, cv::Scalar(0, 0, 0));
+    cv::Mat& label = w.label;
+    cv::Mat& correction = w.correction;
+    label.create(rows, cols, CV_32S);
+    label.setTo(cv::Scalar(-1));
+    correction.create(rows, cols, CV_32FC3);
+    correction.setTo(cv::Scalar(0, 0, 0));
     std::vector<int32_t> faces;
     for (const Patch& p : m_patches)
         if (p.image == id)
@@ -1065,7 +1122,7 @@ void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
     addSeconds(3, since(t0));
     if (m_opt.mode == ColorMode::Full) {
         t0 = Clock::now();
-        levelStrips(id, label, correction);
+        levelStrips(id, label, correction, w.dist);
         addSeconds(2, since(t0));
     }
     t0 = Clock::now();
@@ -1104,7 +1161,7 @@ void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out)
     addSeconds(3, since(t0));
 }
 
-void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction)
+void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction, cv::Mat& dist)
 {
     auto sides = m_imageSides.find(id);
     if (sides == m_imageSides.end())
@@ -1157,7 +1214,8 @@ void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction)
     if (border.empty())
         return;
     // The strip: pixels of the same patch within stripWidth steps of the border.
-    cv::Mat dist(rows, cols, CV_16S, cv::Scalar(-1));
+    dist.create(rows, cols, CV_16S);
+    dist.setTo(cv::Scalar(-1));
     std::vector<long> queue;
     queue.reserve(border.size() * 8);
     for (const auto& kv : border) {
@@ -1279,12 +1337,11 @@ void ColourRun::levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction)
     }
 }
 
-void ColourRun::measureAfter(uint16_t id, const cv::Mat& corrected)
+void ColourRun::measureAfter(uint16_t id, const cv::Mat& corrected, cv::Mat& blurred)
 {
     auto sides = m_imageSides.find(id);
     if (sides == m_imageSides.end())
         return;
-    cv::Mat blurred;
     blurNearSeams(id, corrected, blurred);
     for (const auto& es : sides->second) {
         const SeamEdge& e = m_seams[es.first];

@@ -220,4 +220,11 @@ ref_ptr<IKvoImage> newKvoImage()
     return ref_ptr<IKvoImage>(new CKvoImage());
 }
 
+ref_ptr<IKvoImage> newKvoImageOf(const cv::Mat& rgba)
+{
+    if (rgba.empty() || rgba.type() != CV_8UC4)
+        return ref_ptr<IKvoImage>();
+    return ref_ptr<IKvoImage>(new CKvoImage(rgba.isContinuous() ? rgba : rgba.clone()));
+}
+
 } // namespace kvo

@@ -76,6 +76,10 @@ public:
 };
 
 QV_EXPORT ref_ptr<IKvoImage> newKvoImage();
+// An image of RGBA8 pixels that shares the buffer (copy on write), so that a
+// big picture made elsewhere enters the store without a copy; null for
+// anything but CV_8UC4.
+QV_EXPORT ref_ptr<IKvoImage> newKvoImageOf(const cv::Mat& rgba);
 
 // Kinds of file path an image record keeps.
 enum KvoImagePathKind : int {
