@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 
 #include "autotexture/KvoPatchSplit.h"
 #include "commands/KvoCommands.h"
@@ -289,16 +290,37 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
     std::map<uint16_t, long> fullId;
     for (const auto& kv : tables.imageFaces)
         fullId[uint16_t(kv.first)] = kv.first;
+    // The passes read pictures from several threads: the store is asked one
+    // at a time, and a picture that is only in its file is decoded outside
+    // the lock, into an image of its own, as the store would read it.
+    std::mutex storeLock;
     opt.picture = [&](uint16_t low, cv::Mat& rgba) {
-        const long id = fullId[low];
         ref_ptr<IKvoImage> img;
-        ref_ptr<IKvoMesh> texMesh;
-        // A picture not read yet is read without being kept: the passes
-        // would otherwise end with every photograph held decoded.
-        if (mm->getTexMeshOfImage(texMesh, id) && texMesh && texMesh->isImageLoaded())
-            texMesh->getImage(img);
-        if (!img || img->isEmpty())
-            db->getTexture(img, id, 2);
+        QString file;
+        {
+            std::lock_guard<std::mutex> lock(storeLock);
+            auto full = fullId.find(low);
+            if (full == fullId.end())
+                return false;
+            const long id = full->second;
+            ref_ptr<IKvoMesh> texMesh;
+            // A picture not read yet is read without being kept: the passes
+            // would otherwise end with every photograph held decoded.
+            if (mm->getTexMeshOfImage(texMesh, id) && texMesh && texMesh->isImageLoaded())
+                texMesh->getImage(img);
+            if ((!img || img->isEmpty()) && !db->hasPendingTexture(id, 2)) {
+                ref_ptr<IKvoImageInfo> info;
+                if (db->getImageInfo(info, id) && info)
+                    file = info->getFilePath(kvoPathImage);
+            }
+            if ((!img || img->isEmpty()) && file.isEmpty())
+                db->getTexture(img, id, 2);
+        }
+        if ((!img || img->isEmpty()) && !file.isEmpty()) {
+            img = newKvoImage();
+            if (!img->loadFile(file))
+                return false;
+        }
         if (!img || img->isEmpty())
             return false;
         img->getMat(rgba);
@@ -307,6 +329,7 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
     auto storeStart = Clock::now();
     double storeSeconds = 0;
     opt.result = [&](uint16_t low, const cv::Mat& rgba) {
+        std::lock_guard<std::mutex> lock(storeLock);
         storeStart = Clock::now();
         const long id = fullId[low];
         ref_ptr<IKvoImage> img = newKvoImageOf(rgba);

@@ -13,6 +13,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <unordered_map>
@@ -574,45 +575,71 @@ long ColourRun::samplePass()
 {
     kvo::IKvoProgress* progress = m_opt.progress;
     const double share = 1.0 / double(std::max<size_t>(1, m_images.size()));
+    std::vector<uint16_t> ids;
     for (const auto& kv : m_images) {
-        const uint16_t id = kv.first;
-        kvo::prgStep(progress, share);
+        ids.push_back(kv.first);
+        m_readable[kv.first] = false; // every key now, so that threads only write values
+    }
+    // Photographs side by side, each reading its picture; progress, the
+    // question whether to stop and all else that may reach the user's
+    // interface stay with the calling thread (thread 0 of the team).
+    std::atomic<long> finished{0}, stop{0};
+    long reported = 0;
+    auto report = [&]() {
+        const long f = finished.load();
+        kvo::prgStep(progress, double(f - reported) * share);
+        reported = f;
         if (m_opt.cancelled && m_opt.cancelled())
-            return kvoColorCancelled;
-        auto sides = m_imageSides.find(id);
+            stop = 1;
+    };
+    const int threads = std::clamp(omp_get_max_threads(), 1, int(m_work.size()));
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+    for (long i = 0; i < long(ids.size()); ++i) {
+        const int thread = omp_get_thread_num();
+        if (thread == 0)
+            report();
+        if (stop.load())
+            continue;
+        const uint16_t id = ids[size_t(i)];
         cv::Mat rgba;
         QString why;
-        m_readable[id] = loadPicture(id, rgba, why);
-        if (!m_readable[id]) {
+        const bool readable = loadPicture(id, rgba, why);
+        m_readable.at(id) = readable;
+        if (!readable) {
+#pragma omp critical(colourStats)
             m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
+            ++finished;
             continue;
         }
         // Some pictures are kept for the applying pass, which then need not
         // read them again; never so many that all are held at once.
         const size_t bytes = rgba.total() * rgba.elemSize();
+#pragma omp critical(colourKept)
         if (m_keptBytes + bytes <= kKeptBytes) {
             m_kept[id] = rgba;
             m_keptBytes += bytes;
         }
-        if (sides == m_imageSides.end())
-            continue;
-        cv::Mat& blurred = m_work[0].blurred;
-        blurNearSeams(id, rgba, blurred);
-        const auto& list = sides->second;
-#pragma omp parallel for schedule(dynamic, 64)
-        for (long i = 0; i < long(list.size()); ++i) {
-            const SeamEdge& e = m_seams[list[size_t(i)].first];
-            const int side = list[size_t(i)].second;
-            for (uint32_t k = 0; k < e.sampleCount; ++k) {
-                const float t = (float(k) + 0.5f) / float(e.sampleCount);
-                const float x = (1 - t) * e.end[side][0][0] + t * e.end[side][1][0];
-                const float y = (1 - t) * e.end[side][0][1] + t * e.end[side][1][1];
-                SideSample& s = m_side[side][e.firstSample + k];
-                s.ok = readSample(blurred, rgba, x, y, s.c);
+        auto sides = m_imageSides.find(id);
+        if (sides != m_imageSides.end()) {
+            cv::Mat& blurred = m_work[size_t(thread) % m_work.size()].blurred;
+            blurNearSeams(id, rgba, blurred);
+            const auto& list = sides->second;
+            for (const auto& es : list) {
+                const SeamEdge& e = m_seams[es.first];
+                const int side = es.second;
+                for (uint32_t k = 0; k < e.sampleCount; ++k) {
+                    const float t = (float(k) + 0.5f) / float(e.sampleCount);
+                    const float x = (1 - t) * e.end[side][0][0] + t * e.end[side][1][0];
+                    const float y = (1 - t) * e.end[side][0][1] + t * e.end[side][1][1];
+                    SideSample& smp = m_side[side][e.firstSample + k];
+                    smp.ok = readSample(blurred, rgba, x, y, smp.c);
+                }
             }
         }
+        ++finished;
     }
-    return 0;
+    report();
+    return stop.load() ? kvoColorCancelled : 0;
 }
 
 void ColourRun::solveGains()
@@ -874,36 +901,56 @@ long ColourRun::applyPass(const QString& folder)
         ids.push_back({kv.first, ids.size()});
     std::stable_partition(ids.begin(), ids.end(), [this](const auto& e) { return m_kept.count(e.first) > 0; });
     // Photographs side by side: encoding a JPEG and most of the correction
-    // run on one core each. Two or three at a time keep the memory of their
-    // full-size buffers small; the store is reached by one at a time.
-    const int threads = std::clamp(omp_get_max_threads(), 1, 3);
-    long failure = 0;
+    // run on one core each. The corrected pictures reach the store, and
+    // progress and the question whether to stop reach the user, from the
+    // calling thread only (thread 0 of the team), which takes what the others
+    // have finished between its own pictures.
+    std::vector<std::pair<uint16_t, cv::Mat>> ready;
+    std::atomic<long> finished{0}, failure{0};
+    long reported = 0;
+    auto deliver = [&]() {
+        std::vector<std::pair<uint16_t, cv::Mat>> take;
+#pragma omp critical(colourReady)
+        take.swap(ready);
+        for (auto& r : take)
+            if (!failure.load() && m_opt.result && !m_opt.result(r.first, r.second))
+                failure = kvoColorCannotWrite;
+        const long f = finished.load();
+        kvo::prgStep(progress, double(f - reported) * share);
+        reported = f;
+        if (!failure.load() && m_opt.cancelled && m_opt.cancelled())
+            failure = kvoColorCancelled;
+    };
+    const int threads = std::clamp(omp_get_max_threads(), 1, int(m_work.size()));
 #pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
     for (long i = 0; i < long(ids.size()); ++i) {
+        const int thread = omp_get_thread_num();
+        if (thread == 0)
+            deliver();
         const uint16_t id = ids[size_t(i)].first;
         ColorImageStats& st = m_stats.images[ids[size_t(i)].second];
-        bool skip = false;
+        if (failure.load() || !m_readable.at(id)) {
+            ++finished;
+            continue;
+        }
         cv::Mat rgba, out;
-#pragma omp critical(colourStore)
+#pragma omp critical(colourKept)
         {
-            kvo::prgStep(progress, share);
-            if (!failure && m_opt.cancelled && m_opt.cancelled())
-                failure = kvoColorCancelled;
-            skip = failure != 0 || !m_readable.at(id);
-            QString why;
             auto kept = m_kept.find(id);
             if (kept != m_kept.end()) {
                 rgba = kept->second;
                 m_kept.erase(kept);
-            } else if (!skip && !loadPicture(id, rgba, why)) {
-                m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
-                st.read = false;
-                skip = true;
             }
         }
-        if (skip)
+        QString why;
+        if (rgba.empty() && !loadPicture(id, rgba, why)) {
+#pragma omp critical(colourStats)
+            m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
+            st.read = false;
+            ++finished;
             continue;
-        Workspace& w = m_work[size_t(omp_get_thread_num()) % m_work.size()];
+        }
+        Workspace& w = m_work[size_t(thread) % m_work.size()];
         correctImage(id, rgba, out, w);
         rgba.release();
         auto t0 = Clock::now();
@@ -919,16 +966,18 @@ long ColourRun::applyPass(const QString& folder)
             written = false;
         }
         addSeconds(4, since(t0));
-#pragma omp critical(colourStore)
-        {
-            if (!written || (m_opt.result && !failure && !m_opt.result(id, out)))
-                failure = failure ? failure : kvoColorCannotWrite;
-            else
-                st.file = file;
+        if (!written) {
+            failure = kvoColorCannotWrite;
+        } else {
+            st.file = file;
+#pragma omp critical(colourReady)
+            ready.push_back({id, out});
         }
+        ++finished;
     }
-    if (failure)
-        return failure;
+    deliver();
+    if (failure.load())
+        return failure.load();
     // The step after, over the same samples as before.
     double sum = 0;
     long count = 0;

@@ -73,13 +73,16 @@ struct ColorOptions {
     int jpegQuality = 95;
     // Where the pixels come from: asked for image id's pixels as 8-bit RGBA
     // (rows top-down) of the size in its ImgInfo; false when they cannot be
-    // had. Unset: the picture file at ImgInfo::path is read.
+    // had. Unset: the picture file at ImgInfo::path is read. Called from
+    // several threads at once: it guards whatever it reads from.
     std::function<bool(uint16_t id, cv::Mat& rgba)> picture;
     // Given each corrected picture (8-bit RGBA, the alpha as it came) as soon
     // as it is made, so that nobody holds all of them; false when it could not
-    // be kept.
+    // be kept. Called from the calling thread only, as are cancelled and the
+    // progress.
     std::function<bool(uint16_t id, const cv::Mat& rgba)> result;
-    // Asked between photographs; true stops the run before anything is written.
+    // Asked between photographs; true stops the run, and the caller puts back
+    // whatever result had been given already.
     std::function<bool()> cancelled;
     kvo::IKvoProgress* progress = nullptr;
 };

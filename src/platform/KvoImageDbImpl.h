@@ -121,7 +121,7 @@ public:
     // Reading a project back: records in order and the next id.
     void resetRecords(const std::vector<ref_ptr<CKvoImageInfo>>& records, long nextId);
     // Unsaved pixel changes, for edit sessions.
-    bool hasPendingTexture(long id, long level) const;
+    bool hasPendingTexture(long id, long level) const override;
     // Forgets unsaved pixels of a level: the file the record names holds them again.
     void discardPendingTexture(long id, long level);
     // Deletes files in the image folder that no record names. Called after a

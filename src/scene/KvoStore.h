@@ -161,6 +161,8 @@ public:
     // Pixels at a level: 1 the original file, 2 the project copy, n > 2 the
     // project copy halved n - 2 times. Null for an unknown id or unreadable file.
     virtual ref_ptr<IKvoImage>& getTexture(ref_ptr<IKvoImage>& out, long id, long level) const = 0;
+    // Pixels set at a level and not yet written to the project's files.
+    virtual bool hasPendingTexture(long id, long level) const = 0;
     // The pixels at a level when their alpha plane says something (some pixel is
     // not opaque); null otherwise, so callers can skip alpha work on photographs.
     virtual ref_ptr<IKvoImage>& getAlphaImage(ref_ptr<IKvoImage>& out, long id, long level, long mode = 0) const = 0;

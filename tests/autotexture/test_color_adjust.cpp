@@ -20,6 +20,7 @@
 #include <functional>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "SampleProject.h"
 #include "SampleQuality.h"
@@ -29,6 +30,7 @@
 #include "modelio/KvoMeshRepair.h"
 #include "modelio/KvoModelExport.h"
 #include "platform/KvoImageDbImpl.h"
+#include "platform/KvoProgressImpl.h"
 #include "scene/KvoStore.h"
 #include "scene/KvoUV.h"
 #include "support/TestSupport.h"
@@ -547,6 +549,49 @@ TEST_F(GridScene, ARefusedFaceShiftsTheHandlesOfLaterFaces)
 }
 
 // Ids that agree in their low 16 bits cannot be told apart by the tables.
+// Photographs are read and corrected side by side, but the progress, the
+// question whether to stop and the store's changes (which reach the views)
+// come from the calling thread only; a stop between photographs of the
+// applying pass is heard.
+TEST_F(GridScene, TheUserIsReachedFromTheCallingThreadOnly)
+{
+    std::vector<long> ids;
+    for (int k = 0; k < 4; ++k) {
+        GridPhoto p;
+        p.seed = unsigned(k + 1);
+        p.gain[k % 3] = 1.2;
+        ids.push_back(addPhoto(p, QString("p%1.png").arg(k)));
+    }
+    for (int k = 0; k < 4; ++k)
+        mapFaces(ids[size_t(k)], [k](double s, double) { return s >= k * 0.25 && s < (k + 1) * 0.25; });
+    const std::thread::id caller = std::this_thread::get_id();
+    std::atomic<int> elsewhere{0};
+    CKvoProgress progress;
+    progress.setListener([&](double, const QString&) {
+        if (std::this_thread::get_id() != caller)
+            ++elsewhere;
+    });
+    int asked = 0;
+    KvoColorAdjustOptions o;
+    o.cancelled = [&] {
+        if (std::this_thread::get_id() != caller)
+            ++elsewhere;
+        ++asked;
+        return false;
+    };
+    KvoColorAdjustReport r;
+    ASSERT_EQ(adjustImageColors(&progress, o, &r), 0);
+    EXPECT_EQ(elsewhere.load(), 0);
+    EXPECT_GE(asked, 4);
+    EXPECT_LT(r.colour.stepAfter, 0.6 * r.colour.stepBefore);
+
+    // Stop once the sampling pass is over: nothing is left half done that
+    // the caller's session cannot put back, and the run says it stopped.
+    int calls = 0;
+    o.cancelled = [&] { return ++calls > asked / 2 + 1; };
+    EXPECT_EQ(adjustImageColors(nullptr, o, &r), Rec3D::RecMesh::kvoColorCancelled);
+}
+
 TEST_F(GridScene, IdsThatClashInTheirLow16BitsAreRefused)
 {
     const long ia = addPhoto(GridPhoto(), "a.png");
