@@ -50,6 +50,7 @@ struct QV_EXPORT KvoColorTables {
     std::vector<unsigned> refused; // face numbers createMesh refused, rising
     // Images whose mesh keeps UVs per corner (their patches are split by corner UVs too).
     std::map<long, bool> cornerUVImages;
+    double meshSeconds = 0; // createMesh's share of the time
 };
 
 // Builds every table of a run from the shown texture meshes (asleep ones are

@@ -113,34 +113,74 @@ double median(std::vector<double>& v)
 // symmetric positive definite as the sum of two such operators.
 class GroupPreconditioner {
 public:
-    // The group of every unknown, 0 to groups - 1; set before compute.
-    void setGroups(std::vector<int32_t> groupOf, int32_t groups)
+    // The group of every unknown, 0 to groups - 1, and optionally a position
+    // of each (two coordinates an unknown): then the coarse correction takes
+    // an affine function of the position in every group, not only its level.
+    // Set before compute.
+    void setGroups(std::vector<int32_t> groupOf, int32_t groups, const std::vector<float>& positions = {})
     {
         m_groupOf = std::move(groupOf);
         m_groups = groups;
+        const size_t n = m_groupOf.size();
+        m_perGroup = positions.size() == 2 * n ? 3 : 1;
+        m_basis.assign(n * size_t(m_perGroup), 1.0);
+        if (m_perGroup == 1)
+            return;
+        // Positions about each group's centre, in units of its extent, keep
+        // the coarse system well scaled.
+        std::vector<double> sum(size_t(groups) * 2, 0.0), count(size_t(groups), 0.0);
+        std::vector<double> extent(size_t(groups), 0.0);
+        for (size_t i = 0; i < n; ++i) {
+            const size_t g = size_t(m_groupOf[i]);
+            sum[2 * g] += positions[2 * i];
+            sum[2 * g + 1] += positions[2 * i + 1];
+            count[g] += 1;
+        }
+        for (size_t i = 0; i < n; ++i) {
+            const size_t g = size_t(m_groupOf[i]);
+            for (int k = 0; k < 2; ++k)
+                extent[g] =
+                    std::max(extent[g], std::fabs(positions[2 * i + size_t(k)] - sum[2 * g + size_t(k)] / count[g]));
+        }
+        for (size_t i = 0; i < n; ++i) {
+            const size_t g = size_t(m_groupOf[i]);
+            const double scale = extent[g] > 0 ? 1.0 / extent[g] : 0.0;
+            for (int k = 0; k < 2; ++k)
+                m_basis[3 * i + 1 + size_t(k)] =
+                    (positions[2 * i + size_t(k)] - sum[2 * g + size_t(k)] / count[g]) * scale;
+        }
     }
     void compute(const SpMat& m)
     {
         const Eigen::Index n = m.rows();
         m_invDiag = Eigen::VectorXd::Ones(n);
-        std::vector<Triplet> t;
-        const bool grouped = Eigen::Index(m_groupOf.size()) == n && m_groups > 0;
-        if (grouped)
-            t.reserve(size_t(m.nonZeros()));
+        double diagSum = 0;
         for (Eigen::Index j = 0; j < m.outerSize(); ++j)
-            for (SpMat::InnerIterator it(m, j); it; ++it) {
-                if (it.row() == it.col() && it.value() != 0)
+            for (SpMat::InnerIterator it(m, j); it; ++it)
+                if (it.row() == it.col() && it.value() != 0) {
                     m_invDiag[it.row()] = 1.0 / it.value();
-                if (grouped)
-                    t.emplace_back(m_groupOf[size_t(it.row())], m_groupOf[size_t(it.col())], it.value());
-            }
+                    diagSum += it.value();
+                }
         m_coarseOk = false;
-        if (grouped) {
-            SpMat coarse(m_groups, m_groups);
-            coarse.setFromTriplets(t.begin(), t.end());
-            m_coarse.compute(coarse);
-            m_coarseOk = m_coarse.info() == Eigen::Success;
-        }
+        if (Eigen::Index(m_groupOf.size()) != n || m_groups <= 0)
+            return;
+        const int k = m_perGroup;
+        std::vector<Triplet> t;
+        t.reserve(size_t(n) * size_t(k));
+        for (Eigen::Index i = 0; i < n; ++i)
+            for (int b = 0; b < k; ++b)
+                t.emplace_back(i, m_groupOf[size_t(i)] * k + b, m_basis[size_t(i) * size_t(k) + size_t(b)]);
+        SpMat P(n, Eigen::Index(m_groups) * k);
+        P.setFromTriplets(t.begin(), t.end());
+        const SpMat AP = m * P;
+        SpMat coarse = SpMat(P.transpose()) * AP;
+        // A group whose positions lie on a line leaves its affine terms
+        // undetermined: a whisper on the diagonal keeps the factorisation whole.
+        const double whisper = 1e-9 * diagSum / double(std::max<Eigen::Index>(1, n));
+        for (Eigen::Index i = 0; i < coarse.rows(); ++i)
+            coarse.coeffRef(i, i) += whisper;
+        m_coarse.compute(coarse);
+        m_coarseOk = m_coarse.info() == Eigen::Success;
     }
     // z = M^-1 r on three interleaved channels (r[3 i + c]).
     void apply3(const std::vector<double>& r, std::vector<double>& z) const
@@ -152,20 +192,31 @@ public:
                 z[size_t(3 * i + c)] = m_invDiag[i] * r[size_t(3 * i + c)];
         if (!m_coarseOk)
             return;
-        Eigen::MatrixXd rc = Eigen::MatrixXd::Zero(m_groups, 3);
-        for (long i = 0; i < n; ++i)
-            for (int c = 0; c < 3; ++c)
-                rc(m_groupOf[size_t(i)], c) += r[size_t(3 * i + c)];
+        const int k = m_perGroup;
+        Eigen::MatrixXd rc = Eigen::MatrixXd::Zero(Eigen::Index(m_groups) * k, 3);
+        for (long i = 0; i < n; ++i) {
+            const double* basis = &m_basis[size_t(i) * size_t(k)];
+            const long row = long(m_groupOf[size_t(i)]) * k;
+            for (int b = 0; b < k; ++b)
+                for (int c = 0; c < 3; ++c)
+                    rc(row + b, c) += basis[b] * r[size_t(3 * i + c)];
+        }
         const Eigen::MatrixXd zc = m_coarse.solve(rc);
 #pragma omp parallel for schedule(static)
-        for (long i = 0; i < n; ++i)
-            for (int c = 0; c < 3; ++c)
-                z[size_t(3 * i + c)] += zc(m_groupOf[size_t(i)], c);
+        for (long i = 0; i < n; ++i) {
+            const double* basis = &m_basis[size_t(i) * size_t(k)];
+            const long row = long(m_groupOf[size_t(i)]) * k;
+            for (int b = 0; b < k; ++b)
+                for (int c = 0; c < 3; ++c)
+                    z[size_t(3 * i + c)] += basis[b] * zc(row + b, c);
+        }
     }
 
 private:
     std::vector<int32_t> m_groupOf;
     int32_t m_groups = 0;
+    int m_perGroup = 1;
+    std::vector<double> m_basis; // m_perGroup values an unknown
     Eigen::VectorXd m_invDiag;
     Eigen::SimplicialLDLT<SpMat> m_coarse;
     bool m_coarseOk = false;
@@ -846,8 +897,18 @@ void ColourRun::solveOffsets()
     std::vector<int32_t> patchOf(static_cast<size_t>(n));
     for (long i = 0; i < n; ++i)
         patchOf[size_t(i)] = int32_t(m_unknownKeys[size_t(i)] >> 32);
+    // Each unknown's place in its picture: the offsets' slow modes are a
+    // patch's level and its tilt across the picture.
+    std::vector<float> position(size_t(n) * 2, 0.0f);
+    for (size_t f = 0; f < m_faceUnknown.size(); ++f)
+        for (int k = 0; k < 3; ++k)
+            if (m_faceUnknown[f][size_t(k)] >= 0) {
+                const size_t u = size_t(m_faceUnknown[f][size_t(k)]);
+                position[2 * u] = m_faceUVs[f][size_t(k)][0];
+                position[2 * u + 1] = m_faceUVs[f][size_t(k)][1];
+            }
     GroupPreconditioner precond;
-    precond.setGroups(std::move(patchOf), int32_t(m_patches.size()));
+    precond.setGroups(std::move(patchOf), int32_t(m_patches.size()), position);
     precond.compute(A);
     m_stats.offsetIterations = solveBlockPCG(A, precond, rhs, m_offset, 2000, 1e-5);
 }
