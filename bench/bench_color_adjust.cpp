@@ -373,9 +373,19 @@ void adjustOnce(benchmark::State& state, Rec3D::RecMesh::ColorMode mode, double 
     double total = 0, peak = 0, before = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        // The session holds what the adjustment changes, pixels included, so
-        // that restoring it brings the next run the same project.
+        // Every run starts from the saved project as a user opens it, no
+        // picture read yet, so that each reads what the reference reads; the
+        // session holds what the adjustment changes, pixels included.
         closeSession(false);
+        {
+            ref_ptr<IKvoProject> project;
+            const QString file = mm->getProject(project) ? project->getFilePath() : QString();
+            mm->closeProject();
+            if (file.isEmpty() || mm->openProject(file) != kvoOk) {
+                state.SkipWithError("the saved project could not be opened again");
+                return;
+            }
+        }
         mm->openTexEdit(nullptr, 1, 1);
         resetPeakMemory();
         before = statusMB("VmRSS");

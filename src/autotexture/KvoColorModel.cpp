@@ -45,7 +45,7 @@ constexpr float kClipHigh = 250.0f, kClipLow = 3.0f;
 // Samples along a seam edge at most (a long edge seen huge in one picture).
 constexpr int kMaxSamplesPerEdge = 2048;
 // Decoded pictures kept from the sampling pass for the applying pass, at most.
-constexpr size_t kKeptBytes = size_t(1) << 30;
+constexpr size_t kKeptBytes = size_t(3) << 29;
 
 // One edge where two patches meet, seen from both sides.
 struct SeamEdge {
@@ -1213,8 +1213,9 @@ void ColourRun::correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out, Works
     cv::Mat& correction = w.correction;
     label.create(rows, cols, CV_32S);
     label.setTo(cv::Scalar(-1));
+    // Only pixels with a label are read, and every step that labels a pixel
+    // writes its correction: the buffer need not be cleared.
     correction.create(rows, cols, CV_32FC3);
-    correction.setTo(cv::Scalar(0, 0, 0));
     std::vector<int32_t> faces;
     for (const Patch& p : m_patches)
         if (p.image == id)
