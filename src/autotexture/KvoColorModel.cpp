@@ -690,7 +690,7 @@ long ColourRun::samplePass()
         ++finished;
     }
     report();
-    return stop.load() ? kvoColorCancelled : 0;
+    return stop.load() ? long(kvoColorCancelled) : 0L;
 }
 
 void ColourRun::solveGains()
