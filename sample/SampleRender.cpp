@@ -75,6 +75,74 @@ void cameraMatrices(const SampleCamera& cam, int scale, double zNear, double zFa
     proj[11] = -1;
 }
 
+// OpenGL reached through OSMesa's own entry points: a program that also
+// links the system's libGL (the desktop application and its tests) would
+// otherwise send these calls to whatever context that library holds, or to
+// none, and the photographs would come out black.
+struct OsMesaGl {
+    decltype(&::glBindTexture) BindTexture = nullptr;
+    decltype(&::glClear) Clear = nullptr;
+    decltype(&::glClearColor) ClearColor = nullptr;
+    decltype(&::glColor3f) Color3f = nullptr;
+    decltype(&::glColorPointer) ColorPointer = nullptr;
+    decltype(&::glCullFace) CullFace = nullptr;
+    decltype(&::glDeleteTextures) DeleteTextures = nullptr;
+    decltype(&::glDisable) Disable = nullptr;
+    decltype(&::glDisableClientState) DisableClientState = nullptr;
+    decltype(&::glDrawArrays) DrawArrays = nullptr;
+    decltype(&::glEnable) Enable = nullptr;
+    decltype(&::glEnableClientState) EnableClientState = nullptr;
+    decltype(&::glFinish) Finish = nullptr;
+    decltype(&::glFrontFace) FrontFace = nullptr;
+    decltype(&::glGenTextures) GenTextures = nullptr;
+    decltype(&::glLoadMatrixd) LoadMatrixd = nullptr;
+    decltype(&::glMatrixMode) MatrixMode = nullptr;
+    decltype(&::glPixelStorei) PixelStorei = nullptr;
+    decltype(&::glShadeModel) ShadeModel = nullptr;
+    decltype(&::glTexCoordPointer) TexCoordPointer = nullptr;
+    decltype(&::glTexEnvi) TexEnvi = nullptr;
+    decltype(&::glTexImage2D) TexImage2D = nullptr;
+    decltype(&::glTexParameteri) TexParameteri = nullptr;
+    decltype(&::glVertexPointer) VertexPointer = nullptr;
+    decltype(&::glViewport) Viewport = nullptr;
+    bool ok = false;
+};
+
+const OsMesaGl& osMesaGl()
+{
+    static const OsMesaGl table = [] {
+        OsMesaGl g;
+        g.BindTexture = reinterpret_cast<decltype(&::glBindTexture)>(OSMesaGetProcAddress("glBindTexture"));
+        g.Clear = reinterpret_cast<decltype(&::glClear)>(OSMesaGetProcAddress("glClear"));
+        g.ClearColor = reinterpret_cast<decltype(&::glClearColor)>(OSMesaGetProcAddress("glClearColor"));
+        g.Color3f = reinterpret_cast<decltype(&::glColor3f)>(OSMesaGetProcAddress("glColor3f"));
+        g.ColorPointer = reinterpret_cast<decltype(&::glColorPointer)>(OSMesaGetProcAddress("glColorPointer"));
+        g.CullFace = reinterpret_cast<decltype(&::glCullFace)>(OSMesaGetProcAddress("glCullFace"));
+        g.DeleteTextures = reinterpret_cast<decltype(&::glDeleteTextures)>(OSMesaGetProcAddress("glDeleteTextures"));
+        g.Disable = reinterpret_cast<decltype(&::glDisable)>(OSMesaGetProcAddress("glDisable"));
+        g.DisableClientState = reinterpret_cast<decltype(&::glDisableClientState)>(OSMesaGetProcAddress("glDisableClientState"));
+        g.DrawArrays = reinterpret_cast<decltype(&::glDrawArrays)>(OSMesaGetProcAddress("glDrawArrays"));
+        g.Enable = reinterpret_cast<decltype(&::glEnable)>(OSMesaGetProcAddress("glEnable"));
+        g.EnableClientState = reinterpret_cast<decltype(&::glEnableClientState)>(OSMesaGetProcAddress("glEnableClientState"));
+        g.Finish = reinterpret_cast<decltype(&::glFinish)>(OSMesaGetProcAddress("glFinish"));
+        g.FrontFace = reinterpret_cast<decltype(&::glFrontFace)>(OSMesaGetProcAddress("glFrontFace"));
+        g.GenTextures = reinterpret_cast<decltype(&::glGenTextures)>(OSMesaGetProcAddress("glGenTextures"));
+        g.LoadMatrixd = reinterpret_cast<decltype(&::glLoadMatrixd)>(OSMesaGetProcAddress("glLoadMatrixd"));
+        g.MatrixMode = reinterpret_cast<decltype(&::glMatrixMode)>(OSMesaGetProcAddress("glMatrixMode"));
+        g.PixelStorei = reinterpret_cast<decltype(&::glPixelStorei)>(OSMesaGetProcAddress("glPixelStorei"));
+        g.ShadeModel = reinterpret_cast<decltype(&::glShadeModel)>(OSMesaGetProcAddress("glShadeModel"));
+        g.TexCoordPointer = reinterpret_cast<decltype(&::glTexCoordPointer)>(OSMesaGetProcAddress("glTexCoordPointer"));
+        g.TexEnvi = reinterpret_cast<decltype(&::glTexEnvi)>(OSMesaGetProcAddress("glTexEnvi"));
+        g.TexImage2D = reinterpret_cast<decltype(&::glTexImage2D)>(OSMesaGetProcAddress("glTexImage2D"));
+        g.TexParameteri = reinterpret_cast<decltype(&::glTexParameteri)>(OSMesaGetProcAddress("glTexParameteri"));
+        g.VertexPointer = reinterpret_cast<decltype(&::glVertexPointer)>(OSMesaGetProcAddress("glVertexPointer"));
+        g.Viewport = reinterpret_cast<decltype(&::glViewport)>(OSMesaGetProcAddress("glViewport"));
+        g.ok = g.BindTexture && g.Clear && g.ClearColor && g.Color3f && g.ColorPointer && g.CullFace && g.DeleteTextures && g.Disable && g.DisableClientState && g.DrawArrays && g.Enable && g.EnableClientState && g.Finish && g.FrontFace && g.GenTextures && g.LoadMatrixd && g.MatrixMode && g.PixelStorei && g.ShadeModel && g.TexCoordPointer && g.TexEnvi && g.TexImage2D && g.TexParameteri && g.VertexPointer && g.Viewport;
+        return g;
+    }();
+    return table;
+}
+
 struct Context {
     OSMesaContext ctx = nullptr;
     ~Context()
@@ -119,6 +187,9 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     };
     supersample = std::max(1, supersample);
     const int W = cam.width * supersample, H = cam.height * supersample;
+    const OsMesaGl& gl = osMesaGl();
+    if (!gl.ok)
+        return fail("this OSMesa lacks an OpenGL function the renderer needs");
     Context context;
     context.ctx = OSMesaCreateContextExt(OSMESA_RGBA, 24, 0, 0, nullptr);
     if (!context.ctx)
@@ -136,30 +207,30 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     auto setCamera = [&](int scale) {
         double proj[16], model[16];
         cameraMatrices(cam, scale, zNear, zFar, proj, model);
-        glMatrixMode(GL_PROJECTION);
-        glLoadMatrixd(proj);
-        glMatrixMode(GL_MODELVIEW);
-        glLoadMatrixd(model);
+        gl.MatrixMode(GL_PROJECTION);
+        gl.LoadMatrixd(proj);
+        gl.MatrixMode(GL_MODELVIEW);
+        gl.LoadMatrixd(model);
     };
 
     // Colour pass: textured surfaces, lit by the sun, at the supersampled size.
-    glViewport(0, 0, W, H);
-    glClearColor(0.80f, 0.86f, 0.93f, 1.f);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    glEnable(GL_DEPTH_TEST);
+    gl.Viewport(0, 0, W, H);
+    gl.ClearColor(0.80f, 0.86f, 0.93f, 1.f);
+    gl.Clear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    gl.Enable(GL_DEPTH_TEST);
     // Surfaces are one-sided skins: seen from behind they show nothing.
-    glEnable(GL_CULL_FACE);
-    glCullFace(GL_BACK);
-    glFrontFace(GL_CCW);
-    glDisable(GL_LIGHTING);
+    gl.Enable(GL_CULL_FACE);
+    gl.CullFace(GL_BACK);
+    gl.FrontFace(GL_CCW);
+    gl.Disable(GL_LIGHTING);
     setCamera(supersample);
-    glEnable(GL_TEXTURE_2D);
-    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glEnableClientState(GL_VERTEX_ARRAY);
-    glEnableClientState(GL_TEXTURE_COORD_ARRAY);
-    glVertexPointer(3, GL_FLOAT, 0, arrays.positions.data());
-    glTexCoordPointer(2, GL_FLOAT, 0, arrays.uvs.data());
+    gl.Enable(GL_TEXTURE_2D);
+    gl.TexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+    gl.PixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    gl.EnableClientState(GL_VERTEX_ARRAY);
+    gl.EnableClientState(GL_TEXTURE_COORD_ARRAY);
+    gl.VertexPointer(3, GL_FLOAT, 0, arrays.positions.data());
+    gl.TexCoordPointer(2, GL_FLOAT, 0, arrays.uvs.data());
     for (const SampleSurface& s : scene.surfaces) {
         if (s.triangleCount == 0 || s.texture.empty())
             continue;
@@ -167,22 +238,22 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
         cv::Mat flipped;
         cv::flip(s.texture, flipped, 0);
         GLuint tex = 0;
-        glGenTextures(1, &tex);
-        glBindTexture(GL_TEXTURE_2D, tex);
-        glTexParameteri(GL_TEXTURE_2D, GL_GENERATE_MIPMAP, GL_TRUE);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB8, flipped.cols, flipped.rows, 0, GL_BGR, GL_UNSIGNED_BYTE, flipped.ptr());
+        gl.GenTextures(1, &tex);
+        gl.BindTexture(GL_TEXTURE_2D, tex);
+        gl.TexParameteri(GL_TEXTURE_2D, GL_GENERATE_MIPMAP, GL_TRUE);
+        gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+        gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+        gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGB8, flipped.cols, flipped.rows, 0, GL_BGR, GL_UNSIGNED_BYTE, flipped.ptr());
         const float shade = float(surfaceShade(s));
-        glColor3f(shade, shade, shade);
-        glDrawArrays(GL_TRIANGLES, GLint(s.firstTriangle * 3), GLsizei(s.triangleCount * 3));
-        glDeleteTextures(1, &tex);
+        gl.Color3f(shade, shade, shade);
+        gl.DrawArrays(GL_TRIANGLES, GLint(s.firstTriangle * 3), GLsizei(s.triangleCount * 3));
+        gl.DeleteTextures(1, &tex);
     }
-    glDisableClientState(GL_TEXTURE_COORD_ARRAY);
-    glDisable(GL_TEXTURE_2D);
-    glFinish();
+    gl.DisableClientState(GL_TEXTURE_COORD_ARRAY);
+    gl.Disable(GL_TEXTURE_2D);
+    gl.Finish();
     {
         cv::Mat rgba(H, W, CV_8UC4, buffer.data());
         cv::Mat bgr;
@@ -199,18 +270,18 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     if (!OSMesaMakeCurrent(context.ctx, ids.data(), GL_UNSIGNED_BYTE, cam.width, cam.height))
         return fail("cannot make the off-screen context current");
     OSMesaPixelStore(OSMESA_Y_UP, 0);
-    glViewport(0, 0, cam.width, cam.height);
-    glClearColor(0, 0, 0, 0);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    glDisable(GL_DITHER);
-    glShadeModel(GL_FLAT);
+    gl.Viewport(0, 0, cam.width, cam.height);
+    gl.ClearColor(0, 0, 0, 0);
+    gl.Clear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    gl.Disable(GL_DITHER);
+    gl.ShadeModel(GL_FLAT);
     setCamera(1);
-    glEnableClientState(GL_COLOR_ARRAY);
-    glColorPointer(3, GL_UNSIGNED_BYTE, 0, arrays.ids.data());
-    glDrawArrays(GL_TRIANGLES, 0, GLsizei(scene.mesh.triangleCount() * 3));
-    glDisableClientState(GL_COLOR_ARRAY);
-    glDisableClientState(GL_VERTEX_ARRAY);
-    glFinish();
+    gl.EnableClientState(GL_COLOR_ARRAY);
+    gl.ColorPointer(3, GL_UNSIGNED_BYTE, 0, arrays.ids.data());
+    gl.DrawArrays(GL_TRIANGLES, 0, GLsizei(scene.mesh.triangleCount() * 3));
+    gl.DisableClientState(GL_COLOR_ARRAY);
+    gl.DisableClientState(GL_VERTEX_ARRAY);
+    gl.Finish();
     view.triangle.create(cam.height, cam.width, CV_32S);
     for (int y = 0; y < cam.height; ++y) {
         const unsigned char* src = ids.data() + size_t(y) * size_t(cam.width) * 4;
