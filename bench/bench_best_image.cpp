@@ -13,7 +13,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -29,6 +28,7 @@
 #include <memory>
 #include <vector>
 
+#include "BenchStore.h"
 #include "BenchSupport.h"
 #include "SampleProject.h"
 #include "autotexture/KvoBestImage.h"
@@ -42,8 +42,10 @@ using namespace kvo;
 namespace {
 
 using qvbench::Clock;
+using qvbench::closeBenchProject;
 using qvbench::resetPeakMemory;
 using qvbench::secondsSince;
+using qvbench::StageBenchProgram;
 using qvbench::statusMB;
 
 constexpr double kTargetSeconds = 60;
@@ -108,15 +110,7 @@ struct Setup {
         return true;
     }
 
-    ~Setup()
-    {
-        IKvoMM* mm = getMM();
-        if (mm->isTexEditOpen()) {
-            mm->restoreTexEdit(nullptr);
-            mm->closeTexEdit();
-        }
-        mm->closeProject();
-    }
+    ~Setup() { closeBenchProject(); }
 };
 
 std::unique_ptr<Setup> g_setup;
@@ -243,19 +237,9 @@ BENCHMARK(BM_BestImageMillionFaces50Photos)->Unit(benchmark::kSecond)->Iteration
 
 int main(int argc, char** argv)
 {
-    QCoreApplication app(argc, argv);
-    std::setlocale(LC_NUMERIC, "C");
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    StageBenchProgram program(argc, argv);
+    if (!program.argumentsOk() || !program.makeScene(g_setup, "bench_best_image"))
         return 1;
-
-    getMM()->closeProject();
-    g_setup = std::make_unique<Setup>();
-    if (!g_setup->make()) {
-        std::fprintf(stderr, "bench_best_image: cannot make the scene: %s\n", qPrintable(g_setup->error));
-        g_setup.reset();
-        return 1;
-    }
     std::printf("scene: %ld faces, %zu photographs of 2000 x 1500; made in %.1f s (peak %.0f MB so far)\n",
                 g_setup->faces, g_setup->cameras.size(), g_setup->seconds, statusMB("VmHWM"));
     std::fflush(stdout);
@@ -268,6 +252,8 @@ int main(int argc, char** argv)
     if (g_selectionSeconds >= 0 && g_greedySeconds >= 0)
         std::printf("optimisation %.1f s against %.1f s of visibility and data terms; greedy choice %.1f s in all\n",
                     g_optimiseSeconds, g_termsSeconds, g_greedySeconds);
+
+    program.printQuestions("the selection");
 
     benchmark::Shutdown();
     // The project lives in the scratch folder: closed first, then removed.

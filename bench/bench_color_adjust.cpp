@@ -23,7 +23,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
@@ -41,6 +40,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchStore.h"
 #include "BenchSupport.h"
 #include "SampleCameraFiles.h"
 #include "SamplePhoto.h"
@@ -61,8 +61,10 @@ using namespace kvo;
 namespace {
 
 using qvbench::Clock;
+using qvbench::closeBenchProject;
 using qvbench::resetPeakMemory;
 using qvbench::secondsSince;
+using qvbench::StageBenchProgram;
 using qvbench::statusMB;
 
 constexpr double kTargetSeconds = 120;
@@ -234,16 +236,7 @@ struct Setup {
         return generate() && texture();
     }
 
-    ~Setup()
-    {
-        // The project lives in the scratch folder: closed before the folder goes.
-        IKvoMM* mm = getMM();
-        if (mm->isTexEditOpen()) {
-            mm->restoreTexEdit(nullptr);
-            mm->closeTexEdit();
-        }
-        mm->closeProject();
-    }
+    ~Setup() { closeBenchProject(); }
 };
 
 std::unique_ptr<Setup> g_setup;
@@ -554,27 +547,9 @@ BENCHMARK(BM_SaveAfterAdjustment)->Unit(benchmark::kSecond)->Iterations(1)->UseR
 
 int main(int argc, char** argv)
 {
-    // The library's dialogs need widgets; there is no screen.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    std::setlocale(LC_NUMERIC, "C");
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    StageBenchProgram program(argc, argv);
+    if (!program.argumentsOk() || !program.makeScene(g_setup, "bench_color_adjust"))
         return 1;
-    // A question the stages asked would wait for an answer nobody gives: it
-    // is recorded and answered with its first button, and listed at the end.
-    ref_ptr<KvoRecordingPresenter> presenter(new KvoRecordingPresenter);
-    setPresenter(presenter);
-
-    getMM()->closeProject();
-    g_setup = std::make_unique<Setup>();
-    if (!g_setup->make()) {
-        std::fprintf(stderr, "bench_color_adjust: cannot make the scene: %s\n", qPrintable(g_setup->error));
-        g_setup.reset();
-        setPresenter(nullptr);
-        return 1;
-    }
     QStringList stages;
     for (const Stage& s : g_setup->stages)
         stages << QString("%1 %2 s").arg(s.name).arg(s.seconds, 0, 'f', 1);
@@ -598,11 +573,9 @@ int main(int argc, char** argv)
         std::printf("save after the adjustment: %.1f s, %ld files of %.0f MB written (the adjustment before it "
                     "%.1f s); peak %.0f MB from %.0f MB\n",
                     g_saveSeconds, g_saveFiles, g_saveMB, g_saveAdjustSeconds, g_savePeakMB, g_saveStartMB);
-    for (const auto& r : presenter->records)
-        std::printf("the stages asked (%s) %s: %s\n", qPrintable(r.kind), qPrintable(r.title), qPrintable(r.text));
+    program.printQuestions("the stages");
 
     benchmark::Shutdown();
     g_setup.reset();
-    setPresenter(nullptr);
     return 0;
 }

@@ -16,7 +16,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -32,6 +31,7 @@
 #include <memory>
 #include <string>
 
+#include "BenchStore.h"
 #include "BenchSupport.h"
 #include "SampleWriter.h"
 #include "autotexture/KvoTexturePipeline.h"
@@ -47,6 +47,7 @@ namespace {
 using qvbench::Clock;
 using qvbench::resetPeakMemory;
 using qvbench::secondsSince;
+using qvbench::StageBenchProgram;
 using qvbench::statusMB;
 
 constexpr double kTargetSeconds = 300;
@@ -253,27 +254,9 @@ BENCHMARK(BM_TextureJobMillionFaces30Photos)->Unit(benchmark::kSecond)->Iteratio
 
 int main(int argc, char** argv)
 {
-    // The library's dialogs need widgets; there is no screen.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    std::setlocale(LC_NUMERIC, "C");
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    StageBenchProgram program(argc, argv);
+    if (!program.argumentsOk() || !program.makeScene(g_setup, "bench_texture_pipeline"))
         return 1;
-    // A question the job asked would wait for an answer nobody gives: it is
-    // recorded and answered with its first button, and listed at the end.
-    ref_ptr<KvoRecordingPresenter> presenter(new KvoRecordingPresenter);
-    setPresenter(presenter);
-
-    getMM()->closeProject();
-    g_setup = std::make_unique<Setup>();
-    if (!g_setup->make()) {
-        std::fprintf(stderr, "bench_texture_pipeline: cannot make the scene: %s\n", qPrintable(g_setup->error));
-        g_setup.reset();
-        setPresenter(nullptr);
-        return 1;
-    }
     std::printf("scene: %ld faces, %d photographs of %d x %d at %.0f texels a "
                 "metre; made in %.1f s "
                 "(peak %.0f MB so far)\n",
@@ -295,11 +278,9 @@ int main(int argc, char** argv)
                         "%.1f times that\n",
                         kPhotos, g_decodeSeconds, g_jobSeconds / g_decodeSeconds);
     }
-    for (const auto& r : presenter->records)
-        std::printf("the job asked (%s) %s: %s\n", qPrintable(r.kind), qPrintable(r.title), qPrintable(r.text));
+    program.printQuestions("the job");
 
     benchmark::Shutdown();
     g_setup.reset();
-    setPresenter(nullptr);
     return 0;
 }

@@ -1,6 +1,10 @@
 #include "autotexture/KvoTexSessionUi.h"
 
+#include <QBoxLayout>
+#include <QCloseEvent>
+#include <QKeyEvent>
 #include <QObject>
+#include <QPushButton>
 
 #include "scene/KvoStore.h"
 #include "scene/ZebViewerMan.h"
@@ -52,6 +56,53 @@ void endTaskAndClosePanel(bool clearHost)
             host->clear();
     if (IZebTaskPanel* panel = vm->getTaskPanel())
         panel->close();
+}
+
+QDlgTexSession::QDlgTexSession(QWidget* parent, const QString& objectName, const QString& title) : QDialog(parent)
+{
+    setObjectName(objectName);
+    setWindowTitle(title);
+    setAttribute(Qt::WA_DeleteOnClose);
+    m_apply = new QPushButton(tr("Apply"), this);
+    m_ok = new QPushButton(tr("OK"), this);
+    m_cancel = new QPushButton(tr("Cancel"), this);
+    connect(m_ok, &QPushButton::clicked, this, &QDlgTexSession::clickedOK);
+    connect(m_cancel, &QPushButton::clicked, this, &QDlgTexSession::clickedCancel);
+}
+
+void QDlgTexSession::addSessionButtons(QBoxLayout* layout)
+{
+    auto* buttons = new QHBoxLayout();
+    buttons->addWidget(m_apply);
+    buttons->addStretch(1);
+    buttons->addWidget(m_ok);
+    buttons->addWidget(m_cancel);
+    layout->addLayout(buttons);
+}
+
+void QDlgTexSession::clickedOK()
+{
+    endTaskAndClosePanel(false);
+}
+
+void QDlgTexSession::clickedCancel()
+{
+    recoverTexEditSession();
+    endTaskAndClosePanel(true);
+}
+
+void QDlgTexSession::keyPressEvent(QKeyEvent* event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        event->ignore();
+        return;
+    }
+    QDialog::keyPressEvent(event);
+}
+
+void QDlgTexSession::closeEvent(QCloseEvent* event)
+{
+    event->accept();
 }
 
 } // namespace kvo

@@ -1,24 +1,17 @@
 #include "autotexture/QDlgTexAutoAdjustImgColor.h"
 
-#include <QCloseEvent>
-#include <QHBoxLayout>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "autotexture/KvoTexSessionUi.h"
 #include "commands/KvoCommands.h"
 
 namespace kvo {
 
-QDlgTexAutoAdjustImgColor::QDlgTexAutoAdjustImgColor(QWidget* parent) : QDialog(parent)
+QDlgTexAutoAdjustImgColor::QDlgTexAutoAdjustImgColor(QWidget* parent)
+    : QDlgTexSession(parent, "ZebTaskAutoAdjustImgColor", tr("Automatic Adjust Image Color"))
 {
-    setObjectName("ZebTaskAutoAdjustImgColor");
-    setWindowTitle(tr("Automatic Adjust Image Color"));
-    setAttribute(Qt::WA_DeleteOnClose);
-
     auto* layout = new QVBoxLayout(this);
     auto* note = new QLabel(tr("Apply evens out exposure and white balance between the photographs that texture "
                                "the model, measured where their patches meet, and levels what is left along the "
@@ -31,19 +24,8 @@ QDlgTexAutoAdjustImgColor::QDlgTexAutoAdjustImgColor(QWidget* parent) : QDialog(
     m_report->setLineWrapMode(QPlainTextEdit::NoWrap);
     layout->addWidget(m_report, 1);
 
-    auto* buttons = new QHBoxLayout();
-    m_apply = new QPushButton(tr("Apply"), this);
-    m_ok = new QPushButton(tr("OK"), this);
-    m_cancel = new QPushButton(tr("Cancel"), this);
-    buttons->addWidget(m_apply);
-    buttons->addStretch(1);
-    buttons->addWidget(m_ok);
-    buttons->addWidget(m_cancel);
-    layout->addLayout(buttons);
-
+    addSessionButtons(layout);
     connect(m_apply, &QPushButton::clicked, this, &QDlgTexAutoAdjustImgColor::clickedApply);
-    connect(m_ok, &QPushButton::clicked, this, &QDlgTexAutoAdjustImgColor::clickedOK);
-    connect(m_cancel, &QPushButton::clicked, this, &QDlgTexAutoAdjustImgColor::clickedCancel);
 
     // What an earlier tool left in a texture-edit session is kept: Cancel
     // here goes back to the state this dialog began with, no further.
@@ -94,34 +76,6 @@ void QDlgTexAutoAdjustImgColor::clickedApply()
         m_hasResult = true;
     }
     refreshTexturedScene();
-}
-
-void QDlgTexAutoAdjustImgColor::clickedOK()
-{
-    endTaskAndClosePanel(false);
-}
-
-void QDlgTexAutoAdjustImgColor::clickedCancel()
-{
-    recoverTexEditSession();
-    endTaskAndClosePanel(true);
-}
-
-void QDlgTexAutoAdjustImgColor::keyPressEvent(QKeyEvent* event)
-{
-    // Escape would only hide the dialog in its dock and leave the task
-    // running without a way to end it; OK and Cancel end the session.
-    if (event->key() == Qt::Key_Escape) {
-        event->ignore();
-        return;
-    }
-    QDialog::keyPressEvent(event);
-}
-
-void QDlgTexAutoAdjustImgColor::closeEvent(QCloseEvent* event)
-{
-    // The host closes the dialog when the task ends; that is no Cancel.
-    event->accept();
 }
 
 } // namespace kvo

@@ -1,11 +1,9 @@
 #pragma once
 
-#include <QDialog>
-
 #include "autotexture/KvoColorAdjust.h"
+#include "autotexture/KvoTexSessionUi.h"
 
 class QPlainTextEdit;
-class QPushButton;
 
 namespace kvo {
 
@@ -13,7 +11,7 @@ namespace kvo {
 // photographs (again from the state before the first Apply, so that a second
 // Apply gives what the first did), OK keeps the result, Cancel goes back to
 // the state the dialog began with.
-class QV_EXPORT QDlgTexAutoAdjustImgColor : public QDialog {
+class QV_EXPORT QDlgTexAutoAdjustImgColor : public QDlgTexSession {
     Q_OBJECT
 public:
     explicit QDlgTexAutoAdjustImgColor(QWidget* parent = nullptr);
@@ -26,16 +24,9 @@ public:
 
 public slots:
     void clickedApply();
-    void clickedOK();
-    void clickedCancel();
-
-protected:
-    void keyPressEvent(QKeyEvent* event) override;
-    void closeEvent(QCloseEvent* event) override;
 
 private:
     QPlainTextEdit* m_report;
-    QPushButton *m_ok, *m_cancel, *m_apply;
     bool m_hasResult = false;
     long m_lastResult = 0;
     KvoColorAdjustReport m_lastReport;

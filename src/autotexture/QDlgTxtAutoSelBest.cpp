@@ -1,10 +1,7 @@
 #include "autotexture/QDlgTxtAutoSelBest.h"
 
-#include <QCloseEvent>
 #include <QGridLayout>
 #include <QGroupBox>
-#include <QHBoxLayout>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -12,18 +9,14 @@
 #include <QSpinBox>
 #include <QVBoxLayout>
 
-#include "autotexture/KvoTexSessionUi.h"
 #include "commands/KvoCommands.h"
 #include "scene/ZebViewerMan.h"
 
 namespace kvo {
 
-QDlgTxtAutoSelBest::QDlgTxtAutoSelBest(QWidget* parent) : QDialog(parent)
+QDlgTxtAutoSelBest::QDlgTxtAutoSelBest(QWidget* parent)
+    : QDlgTexSession(parent, "ZebTaskAutoSelBestTex", tr("Automatic Select Best Texture"))
 {
-    setObjectName("ZebTaskAutoSelBestTex");
-    setWindowTitle(tr("Automatic Select Best Texture"));
-    setAttribute(Qt::WA_DeleteOnClose);
-
     auto* layout = new QVBoxLayout(this);
     m_tips = new QPlainTextEdit(this);
     m_tips->setReadOnly(true);
@@ -54,20 +47,10 @@ QDlgTxtAutoSelBest::QDlgTxtAutoSelBest(QWidget* parent) : QDialog(parent)
     grid->addWidget(m_redo, 2, 2);
     layout->addWidget(m_groupPanel);
 
-    auto* buttons = new QHBoxLayout();
-    m_apply = new QPushButton(tr("Apply"), this);
-    m_ok = new QPushButton(tr("OK"), this);
-    m_cancel = new QPushButton(tr("Cancel"), this);
-    buttons->addWidget(m_apply);
-    buttons->addStretch(1);
-    buttons->addWidget(m_ok);
-    buttons->addWidget(m_cancel);
-    layout->addLayout(buttons);
+    addSessionButtons(layout);
     layout->addStretch(1);
 
     connect(m_apply, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::clickedApplyBestTexture);
-    connect(m_ok, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::clickedOK);
-    connect(m_cancel, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::clickedCancel);
     for (QPushButton* b : {m_min, m_max, m_undo, m_redo})
         connect(b, &QPushButton::clicked, this, &QDlgTxtAutoSelBest::buttonClicked);
     connect(m_fragmentSlider, &QSlider::valueChanged, m_fragmentSpin, &QSpinBox::setValue);
@@ -117,17 +100,6 @@ void QDlgTxtAutoSelBest::clickedApplyBestTexture()
     refreshTexturedScene();
 }
 
-void QDlgTxtAutoSelBest::clickedOK()
-{
-    endTaskAndClosePanel(false);
-}
-
-void QDlgTxtAutoSelBest::clickedCancel()
-{
-    recoverTexEditSession();
-    endTaskAndClosePanel(true);
-}
-
 void QDlgTxtAutoSelBest::buttonClicked()
 {
     QObject* from = sender();
@@ -138,23 +110,6 @@ void QDlgTxtAutoSelBest::buttonClicked()
     } else if (from == m_undo || from == m_redo) {
         msgToolNotAvailable(tr("The selection by texture groups"));
     }
-}
-
-void QDlgTxtAutoSelBest::keyPressEvent(QKeyEvent* event)
-{
-    // Escape would only hide the dialog in its dock and leave the task
-    // running without a way to end it; OK and Cancel end the session.
-    if (event->key() == Qt::Key_Escape) {
-        event->ignore();
-        return;
-    }
-    QDialog::keyPressEvent(event);
-}
-
-void QDlgTxtAutoSelBest::closeEvent(QCloseEvent* event)
-{
-    // The host closes the dialog when the task ends; that is no Cancel.
-    event->accept();
 }
 
 } // namespace kvo

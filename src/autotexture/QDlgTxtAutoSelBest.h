@@ -1,12 +1,10 @@
 #pragma once
 
-#include <QDialog>
-
 #include "autotexture/KvoBestImage.h"
+#include "autotexture/KvoTexSessionUi.h"
 
 class QGroupBox;
 class QPlainTextEdit;
-class QPushButton;
 class QSlider;
 class QSpinBox;
 
@@ -16,7 +14,7 @@ namespace kvo {
 // meshes, with a texture-edit session as the way back. The panel of the
 // group pipeline ("Auto-Select Best Texture", fragment size, Undo, Redo) is
 // built but stays hidden: Apply always runs the whole-model selection.
-class QV_EXPORT QDlgTxtAutoSelBest : public QDialog {
+class QV_EXPORT QDlgTxtAutoSelBest : public QDlgTexSession {
     Q_OBJECT
 public:
     explicit QDlgTxtAutoSelBest(QWidget* parent = nullptr);
@@ -30,13 +28,7 @@ public:
 
 public slots:
     void clickedApplyBestTexture();
-    void clickedOK();
-    void clickedCancel();
     void buttonClicked();
-
-protected:
-    void keyPressEvent(QKeyEvent* event) override;
-    void closeEvent(QCloseEvent* event) override;
 
 private:
     QPlainTextEdit* m_tips;
@@ -44,7 +36,6 @@ private:
     QSlider* m_fragmentSlider;
     QSpinBox* m_fragmentSpin;
     QPushButton *m_min, *m_max, *m_undo, *m_redo;
-    QPushButton *m_ok, *m_cancel, *m_apply;
     bool m_hasResult = false;
     long m_selectMode = 1;
     long m_lastResult = 0;

@@ -36,6 +36,18 @@ ref_ptr<IKvoImageInfo> imageInfo(long id)
 
 } // namespace
 
+long startProjectTask(IKvoQvTask* task)
+{
+    ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+    if (!vm)
+        return -1;
+    if (!hasProject())
+        return kvoNoProject;
+    if (vm->endCurrentTask() == kvoTaskRefused)
+        return -1;
+    return vm->startTask(task) < 0 ? -1 : 0;
+}
+
 // ---------------------------------------------------------------- task commands
 
 long cmdTexMapAdjustQt()

@@ -56,6 +56,11 @@ QV_EXPORT bool projectAndWidgetsOrSay(const QString& refusal);
 // Said by a command whose tool is not part of this build yet.
 QV_EXPORT void msgToolNotAvailable(const QString& tool);
 
+// Ends the current task and starts task on the open project. -1 without a
+// viewer manager, when the current task may not end now or when task does
+// not start; kvoNoProject without a project.
+QV_EXPORT long startProjectTask(IKvoQvTask* task);
+
 // Commands that start tasks.
 QV_EXPORT long cmdTexMappingQt();
 QV_EXPORT long cmdTexMapAdjustQt();

@@ -158,6 +158,46 @@ protected:
     long activeView = 0;
 };
 
+// A task whose whole interface is one dialog in the viewer's dialog host: the
+// dialog comes with the task and goes with it, whether or not the host still
+// holds it. Dialog is built with no parent.
+template <class T, class Dialog> class CQvSideDialogTask : public CQvTaskImp<T> {
+public:
+    long onTaskStart() override
+    {
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        if (!vm)
+            return -1;
+        m_dialog = new Dialog(nullptr);
+        if (IZebDialogHost* host = vm->getDialogHost())
+            host->attach(m_dialog);
+        vm->updateViews();
+        return 0;
+    }
+
+    long onTaskEnd() override
+    {
+        ref_ptr<IZebViewerMan> vm = zebUI::getVM();
+        if (!vm)
+            return -1;
+        beforeDialogGoes();
+        if (IZebDialogHost* host = vm->getDialogHost())
+            if (host->getAttached() == m_dialog)
+                host->clear();
+        if (m_dialog)
+            m_dialog->deleteLater();
+        m_dialog = nullptr;
+        vm->updateViews();
+        return 0;
+    }
+
+protected:
+    // Runs as the task ends, while the dialog is still there.
+    virtual void beforeDialogGoes() {}
+
+    QPointer<Dialog> m_dialog;
+};
+
 // Dialogs that follow the image shown in the image view implement this.
 class QV_EXPORT IKvoImageViewFollower {
 public:

@@ -5,8 +5,10 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDockWidget>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPushButton>
 
 #include <memory>
 
@@ -37,6 +39,22 @@ protected:
             for (QAction* a : menu->menu()->actions())
                 if (a->text().remove('&') == text)
                     return a;
+        return nullptr;
+    }
+    // The dock that holds the current tool's dialog.
+    QDockWidget* toolDock() const
+    {
+        for (QDockWidget* d : window->findChildren<QDockWidget*>())
+            if (d->windowTitle() == "Tool")
+                return d;
+        return nullptr;
+    }
+    // The push button of a dialog with this text, or null.
+    static QPushButton* button(QWidget* dialog, const QString& text)
+    {
+        for (QPushButton* b : dialog->findChildren<QPushButton*>())
+            if (b->text() == text)
+                return b;
         return nullptr;
     }
     std::unique_ptr<quovara::MainWindow> window;

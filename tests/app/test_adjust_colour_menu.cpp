@@ -10,11 +10,11 @@
 #include <opencv2/core.hpp>
 
 #include "MainWindow.h"
-#include "SampleProject.h"
 #include "WindowTest.h"
 #include "autotexture/KvoBestImage.h"
 #include "autotexture/KvoTaskTexAutoAdjustImgColor.h"
 #include "autotexture/QDlgTexAutoAdjustImgColor.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -23,20 +23,6 @@ namespace {
 
 class AdjustColourMenu : public qvtest::WindowTest {
 protected:
-    QDockWidget* toolDock() const
-    {
-        for (QDockWidget* d : window->findChildren<QDockWidget*>())
-            if (d->windowTitle() == "Tool")
-                return d;
-        return nullptr;
-    }
-    static QPushButton* button(QWidget* dialog, const QString& text)
-    {
-        for (QPushButton* b : dialog->findChildren<QPushButton*>())
-            if (b->text() == text)
-                return b;
-        return nullptr;
-    }
     static cv::Mat firstPicture()
     {
         ref_ptr<MeshArray> meshes;
@@ -57,16 +43,7 @@ TEST_F(AdjustColourMenu, TheSessionLivesInTheToolDock)
     ASSERT_NE(entry, nullptr);
     EXPECT_FALSE(entry->isEnabled()) << "waits for a project";
 
-    qvsample::SampleOptions o;
-    o.photos = 3;
-    o.triangles = 1500;
-    o.photoWidth = 400;
-    o.photoHeight = 300;
-    o.texelsPerMetre = 10;
-    QString why;
-    ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
-        << why.toStdString();
-    ASSERT_EQ(qvsample::mapThroughStoredCameras(), 3);
+    ASSERT_NO_FATAL_FAILURE(qvtest::openMappedSample(scratch, {3, 1500, 400, 300, 10}));
     ASSERT_EQ(selBestImgForFace(nullptr, nullptr), 0);
     if (getMM()->isTexEditOpen()) {
         getMM()->commitTexEdit();

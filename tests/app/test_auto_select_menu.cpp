@@ -8,33 +8,17 @@
 #include <QPushButton>
 
 #include "MainWindow.h"
-#include "SampleProject.h"
 #include "WindowTest.h"
 #include "autotexture/KvoTaskTexAutoSelBest.h"
 #include "autotexture/QDlgTxtAutoSelBest.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
 
 namespace {
 
-class AutoSelectMenu : public qvtest::WindowTest {
-protected:
-    QDockWidget* toolDock() const
-    {
-        for (QDockWidget* d : window->findChildren<QDockWidget*>())
-            if (d->windowTitle() == "Tool")
-                return d;
-        return nullptr;
-    }
-    static QPushButton* button(QWidget* dialog, const QString& text)
-    {
-        for (QPushButton* b : dialog->findChildren<QPushButton*>())
-            if (b->text() == text)
-                return b;
-        return nullptr;
-    }
-};
+class AutoSelectMenu : public qvtest::WindowTest {};
 
 } // namespace
 
@@ -44,16 +28,7 @@ TEST_F(AutoSelectMenu, TheSessionLivesInTheToolDock)
     ASSERT_NE(entry, nullptr);
     EXPECT_FALSE(entry->isEnabled()) << "waits for a project";
 
-    qvsample::SampleOptions o;
-    o.photos = 2;
-    o.triangles = 1500;
-    o.photoWidth = 400;
-    o.photoHeight = 300;
-    o.texelsPerMetre = 10;
-    QString why;
-    ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
-        << why.toStdString();
-    ASSERT_EQ(qvsample::mapThroughStoredCameras(), 2);
+    ASSERT_NO_FATAL_FAILURE(qvtest::openMappedSample(scratch, {2, 1500, 400, 300, 10}));
     window->refreshAll();
     ASSERT_TRUE(entry->isEnabled());
 

@@ -11,10 +11,10 @@
 
 #include <map>
 
-#include "SampleProject.h"
 #include "autotexture/KvoTaskTexAutoSelBest.h"
 #include "autotexture/QDlgTxtAutoSelBest.h"
 #include "commands/KvoCommands.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -48,37 +48,19 @@ void PrintTo(const MeshState& m, std::ostream* os)
     *os << "mesh " << m.meshId << " with " << m.triangles.size() / 12 << " faces";
 }
 
-class AutoSelectTask : public qvtest::ViewerTest {
+class AutoSelectTask : public qvtest::ProgressViewerTest {
 protected:
     void SetUp() override
     {
-        ViewerTest::SetUp();
-        qvsample::SampleOptions o;
-        o.photos = 3;
-        o.triangles = 2000;
-        o.photoWidth = 480;
-        o.photoHeight = 360;
-        o.texelsPerMetre = 12;
-        QString why;
-        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
-            << why.toStdString();
+        ProgressViewerTest::SetUp();
+        // Every photograph mapped through its camera: texture meshes that overlap.
+        ASSERT_NO_FATAL_FAILURE(qvtest::openMappedSample(scratch, {3, 2000, 480, 360, 12}));
         mm = getMM();
         ref_ptr<IKvoProject> project;
         mm->getProject(project)->getImageDb(db);
         db->getImageIds(ids);
-        // Every photograph mapped through its camera: texture meshes that overlap.
-        ASSERT_EQ(qvsample::mapThroughStoredCameras(), 3);
         ASSERT_EQ(mm->getTexMeshCount(), 3);
-        vm->setProgress(&progress);
-        progress.setListener([this](double, const QString& caption) {
-            if (captions.isEmpty() || captions.last() != caption)
-                captions << caption;
-        });
-    }
-    void TearDown() override
-    {
-        vm->setProgress(nullptr);
-        ViewerTest::TearDown();
+        watchProgress();
     }
 
     SceneState state() const
@@ -124,8 +106,6 @@ protected:
     IKvoMM* mm = nullptr;
     ref_ptr<IKvoImageDb> db;
     ref_ptr<LongArray> ids;
-    CKvoProgress progress;
-    QStringList captions;
 };
 
 } // namespace

@@ -11,13 +11,13 @@
 #include <cmath>
 #include <map>
 
-#include "SampleProject.h"
 #include "autotexture/KvoBestImage.h"
 #include "autotexture/KvoViewSelection.h"
 #include "camera/KvoCameraFiles.h"
 #include "camera/KvoVirtualCamera.h"
 #include "platform/KvoRasterizer.h"
 #include "scene/KvoUV.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -57,15 +57,7 @@ protected:
     void SetUp() override
     {
         ViewerTest::SetUp();
-        qvsample::SampleOptions o;
-        o.photos = 6;
-        o.triangles = 3000;
-        o.photoWidth = 640;
-        o.photoHeight = 480;
-        o.texelsPerMetre = 24;
-        QString why;
-        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why, &scene), kvoOk)
-            << why.toStdString();
+        ASSERT_NO_FATAL_FAILURE(qvtest::openSample(scratch, {6, 3000, 640, 480, 24}, &scene));
         ref_ptr<IKvoProject> project;
         getMM()->getProject(project)->getImageDb(db);
         ref_ptr<IKvoModel> model;

@@ -13,11 +13,11 @@
 
 #include <map>
 
-#include "SampleProject.h"
 #include "autotexture/KvoBestImage.h"
 #include "autotexture/KvoTaskTexAutoAdjustImgColor.h"
 #include "autotexture/QDlgTexAutoAdjustImgColor.h"
 #include "commands/KvoCommands.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -42,22 +42,13 @@ std::map<QString, QByteArray> folderDigest(const QString& folder)
     return out;
 }
 
-class AdjustColourTask : public qvtest::ViewerTest {
+class AdjustColourTask : public qvtest::ProgressViewerTest {
 protected:
     void SetUp() override
     {
-        ViewerTest::SetUp();
-        qvsample::SampleOptions o;
-        o.photos = 3;
-        o.triangles = 2000;
-        o.photoWidth = 480;
-        o.photoHeight = 360;
-        o.texelsPerMetre = 12;
-        QString why;
-        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
-            << why.toStdString();
+        ProgressViewerTest::SetUp();
+        ASSERT_NO_FATAL_FAILURE(qvtest::openMappedSample(scratch, {3, 2000, 480, 360, 12}));
         mm = getMM();
-        ASSERT_EQ(qvsample::mapThroughStoredCameras(), 3);
         // One photograph a triangle, patches side by side: the seams the
         // colour model measures.
         KvoBestImageReport sel;
@@ -68,16 +59,7 @@ protected:
         }
         ASSERT_GE(mm->getTexMeshCount(), 2);
         ASSERT_EQ(mm->saveProject(), kvoOk);
-        vm->setProgress(&progress);
-        progress.setListener([this](double, const QString& caption) {
-            if (captions.isEmpty() || captions.last() != caption)
-                captions << caption;
-        });
-    }
-    void TearDown() override
-    {
-        vm->setProgress(nullptr);
-        ViewerTest::TearDown();
+        watchProgress();
     }
 
     // The texture meshes' pictures by image id.
@@ -140,8 +122,6 @@ protected:
     }
 
     IKvoMM* mm = nullptr;
-    CKvoProgress progress;
-    QStringList captions;
 };
 
 } // namespace

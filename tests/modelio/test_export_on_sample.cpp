@@ -10,10 +10,10 @@
 #include <map>
 #include <random>
 
-#include "SampleProject.h"
 #include "modelio/KvoModelExport.h"
 #include "modelio/KvoObjReader.h"
 #include "scene/KvoUV.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -25,18 +25,9 @@ protected:
     void SetUp() override
     {
         ViewerTest::SetUp();
-        qvsample::SampleOptions o;
-        o.photos = 4;
-        o.triangles = 4000;
-        o.photoWidth = 640;
-        o.photoHeight = 480;
-        o.texelsPerMetre = 24;
-        QString why;
-        ASSERT_EQ(qvsample::makeSampleProject(o, scratch.file("scene"), scratch.file("p.qvj"), why), kvoOk)
-            << why.toStdString();
+        ASSERT_NO_FATAL_FAILURE(qvtest::openMappedSample(scratch, {4, 4000, 640, 480, 24}));
         ref_ptr<IKvoProject> project;
         getMM()->getProject(project)->getImageDb(db);
-        ASSERT_EQ(qvsample::mapThroughStoredCameras(), 4);
         getMM()->getTexMeshes(meshes);
         ASSERT_EQ(meshes->getCount(), 4);
     }
