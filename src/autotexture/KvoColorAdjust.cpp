@@ -297,7 +297,7 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
     // at a time, and a picture that is only in its file is decoded outside
     // the lock, into an image of its own, as the store would read it.
     std::mutex storeLock;
-    opt.picture = [&](uint16_t low, cv::Mat& rgba) {
+    opt.picture = [&](uint16_t low, cv::Mat& rgba, cv::Mat& scratch) {
         ref_ptr<IKvoImage> img;
         QString file;
         {
@@ -319,11 +319,8 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
             if ((!img || img->isEmpty()) && file.isEmpty())
                 db->getTexture(img, id, 2);
         }
-        if ((!img || img->isEmpty()) && !file.isEmpty()) {
-            img = newKvoImage();
-            if (!img->loadFile(file))
-                return false;
-        }
+        if ((!img || img->isEmpty()) && !file.isEmpty())
+            return decodeImageFileRGBA(file, rgba, scratch);
         if (!img || img->isEmpty())
             return false;
         img->getMat(rgba);

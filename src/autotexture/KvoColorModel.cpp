@@ -20,6 +20,7 @@
 
 #include "modelio/KvoMeshRepair.h"
 #include "scene/KvoMeshAdjacency.h"
+#include "scene/KvoStore.h"
 
 namespace Rec3D {
 namespace RecMesh {
@@ -372,7 +373,9 @@ public:
 
 private:
     void buildSeams();
-    bool loadPicture(uint16_t id, cv::Mat& rgba, QString& why) const;
+    struct Workspace;
+    // Reads the picture into w.picture (w.decoded is its decoder's scratch).
+    bool loadPicture(uint16_t id, Workspace& w, QString& why) const;
     long samplePass();
     void blurNearSeams(uint16_t id, const cv::Mat& rgba, cv::Mat& blurred) const;
     void solveGains();
@@ -380,8 +383,9 @@ private:
     long applyPass(const QString& folder);
     // Full-size buffers of one thread, kept from picture to picture: fresh
     // ones would cost the system a page fault every 4 KB of every picture.
+    // Full-size buffers a thread keeps from picture to picture.
     struct Workspace {
-        cv::Mat label, correction, dist, blurred, bgr;
+        cv::Mat picture, decoded, label, correction, dist, blurred, bgr;
     };
     void correctImage(uint16_t id, const cv::Mat& in, cv::Mat& out, Workspace& w);
     void levelStrips(uint16_t id, cv::Mat& label, cv::Mat& correction, cv::Mat& dist);
@@ -538,30 +542,18 @@ void ColourRun::buildSeams()
     m_stats.seamSamples = long(samples);
 }
 
-bool ColourRun::loadPicture(uint16_t id, cv::Mat& rgba, QString& why) const
+bool ColourRun::loadPicture(uint16_t id, Workspace& w, QString& why) const
 {
     const ImgInfo& info = m_images.at(id);
-    rgba.release();
+    cv::Mat& rgba = w.picture;
     if (m_opt.picture) {
-        if (!m_opt.picture(id, rgba) || rgba.empty()) {
+        if (!m_opt.picture(id, rgba, w.decoded) || rgba.empty()) {
             why = QObject::tr("its pixels cannot be read");
             return false;
         }
-    } else {
-        const cv::Mat raw = cv::imread(info.path.toLocal8Bit().toStdString(), cv::IMREAD_UNCHANGED);
-        if (raw.empty()) {
-            why = QObject::tr("%1 cannot be read").arg(info.path);
-            return false;
-        }
-        cv::Mat eight = raw;
-        if (raw.depth() == CV_16U)
-            raw.convertTo(eight, CV_8U, 1.0 / 257.0);
-        if (eight.channels() == 1)
-            cv::cvtColor(eight, rgba, cv::COLOR_GRAY2RGBA);
-        else if (eight.channels() == 3)
-            cv::cvtColor(eight, rgba, cv::COLOR_BGR2RGBA);
-        else
-            cv::cvtColor(eight, rgba, cv::COLOR_BGRA2RGBA);
+    } else if (!kvo::decodeImageFileRGBA(info.path, rgba, w.decoded)) {
+        why = QObject::tr("%1 cannot be read").arg(info.path);
+        return false;
     }
     if (rgba.type() == CV_8UC3) {
         cv::Mat four;
@@ -652,9 +644,10 @@ long ColourRun::samplePass()
         if (stop.load())
             continue;
         const uint16_t id = ids[size_t(i)];
-        cv::Mat rgba;
+        Workspace& w = m_work[size_t(thread) % m_work.size()];
+        const cv::Mat& rgba = w.picture;
         QString why;
-        const bool readable = loadPicture(id, rgba, why);
+        const bool readable = loadPicture(id, w, why);
         m_readable.at(id) = readable;
         if (!readable) {
 #pragma omp critical(colourStats)
@@ -672,7 +665,7 @@ long ColourRun::samplePass()
         }
         auto sides = m_imageSides.find(id);
         if (sides != m_imageSides.end()) {
-            cv::Mat& blurred = m_work[size_t(thread) % m_work.size()].blurred;
+            cv::Mat& blurred = w.blurred;
             blurNearSeams(id, rgba, blurred);
             const auto& list = sides->second;
             for (const auto& es : list) {
@@ -910,7 +903,7 @@ void ColourRun::solveOffsets()
     GroupPreconditioner precond;
     precond.setGroups(std::move(patchOf), int32_t(m_patches.size()), position);
     precond.compute(A);
-    m_stats.offsetIterations = solveBlockPCG(A, precond, rhs, m_offset, 2000, 1e-5);
+    m_stats.offsetIterations = solveBlockPCG(A, precond, rhs, m_offset, 2000, 1e-4);
 }
 
 long ColourRun::run(const QString& folder)
@@ -994,26 +987,26 @@ long ColourRun::applyPass(const QString& folder)
             ++finished;
             continue;
         }
-        cv::Mat rgba, out;
+        Workspace& w = m_work[size_t(thread) % m_work.size()];
+        cv::Mat kept, out;
 #pragma omp critical(colourKept)
         {
-            auto kept = m_kept.find(id);
-            if (kept != m_kept.end()) {
-                rgba = kept->second;
-                m_kept.erase(kept);
+            auto k = m_kept.find(id);
+            if (k != m_kept.end()) {
+                kept = k->second;
+                m_kept.erase(k);
             }
         }
         QString why;
-        if (rgba.empty() && !loadPicture(id, rgba, why)) {
+        if (kept.empty() && !loadPicture(id, w, why)) {
 #pragma omp critical(colourStats)
             m_stats.skipped << QObject::tr("image %1: %2").arg(id).arg(why);
             st.read = false;
             ++finished;
             continue;
         }
-        Workspace& w = m_work[size_t(thread) % m_work.size()];
-        correctImage(id, rgba, out, w);
-        rgba.release();
+        correctImage(id, kept.empty() ? w.picture : kept, out, w);
+        kept.release();
         auto t0 = Clock::now();
         measureAfter(id, out, w.blurred);
         const QString file = QDir(folder).filePath(QFileInfo(m_images.at(id).path).completeBaseName() + ".jpg");

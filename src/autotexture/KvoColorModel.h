@@ -74,8 +74,10 @@ struct ColorOptions {
     // Where the pixels come from: asked for image id's pixels as 8-bit RGBA
     // (rows top-down) of the size in its ImgInfo; false when they cannot be
     // had. Unset: the picture file at ImgInfo::path is read. Called from
-    // several threads at once: it guards whatever it reads from.
-    std::function<bool(uint16_t id, cv::Mat& rgba)> picture;
+    // several threads at once: it guards whatever it reads from. rgba and
+    // scratch come holding buffers of an earlier picture, for a decoder to
+    // reuse (decodeImageFileRGBA).
+    std::function<bool(uint16_t id, cv::Mat& rgba, cv::Mat& scratch)> picture;
     // Given each corrected picture (8-bit RGBA, the alpha as it came) as soon
     // as it is made, so that nobody holds all of them; false when it could not
     // be kept. Called from the calling thread only, as are cancelled and the

@@ -5,9 +5,79 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <cstring>
+
 #include "scene/KvoStore.h"
 
 namespace kvo {
+
+namespace {
+
+// A buffer another holder shares must not be written: it is let go instead.
+void ownOnly(cv::Mat& m)
+{
+    if (m.u && m.u->refcount > 1)
+        m.release();
+}
+
+// 8-bit RGBA of any picture OpenCV decodes or converts.
+bool toRGBA(const cv::Mat& src, cv::Mat& rgba)
+{
+    cv::Mat m8 = src;
+    if (src.depth() != CV_8U) {
+        // 16-bit files are common for TIFF; scale them into 8 bits.
+        const double scale = src.depth() == CV_16U ? 1.0 / 257.0 : 1.0;
+        src.convertTo(m8, CV_8U, scale);
+    }
+    switch (m8.channels()) {
+    case 1: cv::cvtColor(m8, rgba, cv::COLOR_GRAY2RGBA); return true;
+    case 3: cv::cvtColor(m8, rgba, cv::COLOR_BGR2RGBA); return true;
+    case 4: cv::cvtColor(m8, rgba, cv::COLOR_BGRA2RGBA); return true;
+    default: return false;
+    }
+}
+
+} // namespace
+
+bool decodeImageFileRGBA(const QString& path, cv::Mat& rgba, cv::Mat& scratch)
+{
+    // imread does not read through Qt's resource system and rejects
+    // non-Latin paths on some builds; read the bytes ourselves and decode.
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return false;
+    QByteArray bytes = f.readAll();
+    if (bytes.isEmpty())
+        return false;
+    cv::Mat raw(1, bytes.size(), CV_8UC1, bytes.data());
+    ownOnly(scratch);
+    ownOnly(rgba);
+    // imdecode leaves a buffer it was given as it was when it cannot read
+    // the file's header (and clears it when the pixels fail): a mark at both
+    // ends of the buffer, which a decoded picture overwrites, tells the
+    // first case from a picture read.
+    static const uint8_t kMark[16] = {0xa5, 0x3c, 0x00, 0xff, 0x5a, 0xc3, 0x17, 0xe8,
+                                      0x71, 0x0e, 0x9d, 0x62, 0xb4, 0x2b, 0xf0, 0x0f};
+    const size_t bytesHeld = scratch.isContinuous() ? scratch.total() * scratch.elemSize() : 0;
+    const uchar* held = bytesHeld >= 2 * sizeof kMark ? scratch.data : nullptr;
+    if (held) {
+        std::memcpy(scratch.data, kMark, sizeof kMark);
+        std::memcpy(scratch.data + bytesHeld - sizeof kMark, kMark, sizeof kMark);
+    }
+    try {
+        cv::imdecode(raw, cv::IMREAD_UNCHANGED, &scratch);
+        if (scratch.empty())
+            return false;
+        if (held && scratch.data == held && scratch.total() * scratch.elemSize() == bytesHeld &&
+            std::memcmp(scratch.data, kMark, sizeof kMark) == 0 &&
+            std::memcmp(scratch.data + bytesHeld - sizeof kMark, kMark, sizeof kMark) == 0)
+            return false;
+        bytes.clear();
+        return toRGBA(scratch, rgba);
+    } catch (const cv::Exception&) {
+        return false;
+    }
+}
 
 namespace {
 
@@ -52,25 +122,11 @@ public:
 
     bool loadFile(const QString& path, long) override
     {
-        // imread does not read through Qt's resource system and rejects
-        // non-Latin paths on some builds; read the bytes ourselves and decode.
-        QFile f(path);
-        if (!f.open(QIODevice::ReadOnly))
+        cv::Mat rgba, scratch;
+        if (!decodeImageFileRGBA(path, rgba, scratch))
             return false;
-        QByteArray bytes = f.readAll();
-        if (bytes.isEmpty())
-            return false;
-        cv::Mat raw(1, bytes.size(), CV_8UC1, bytes.data());
-        cv::Mat decoded;
-        try {
-            decoded = cv::imdecode(raw, cv::IMREAD_UNCHANGED);
-        } catch (const cv::Exception&) {
-            return false;
-        }
-        if (decoded.empty())
-            return false;
-        if (!setMat(decoded))
-            return false;
+        m_mat = rgba;
+        ++m_revision;
         m_source = QFileInfo(path).absoluteFilePath();
         return true;
     }
@@ -142,21 +198,9 @@ public:
 
     bool setMat(const cv::Mat& src) override
     {
-        if (src.empty())
-            return false;
-        cv::Mat m8 = src;
-        if (src.depth() != CV_8U) {
-            // 16-bit files are common for TIFF; scale them into 8 bits.
-            double scale = src.depth() == CV_16U ? 1.0 / 257.0 : 1.0;
-            src.convertTo(m8, CV_8U, scale);
-        }
         cv::Mat out;
-        switch (m8.channels()) {
-        case 1: cv::cvtColor(m8, out, cv::COLOR_GRAY2RGBA); break;
-        case 3: cv::cvtColor(m8, out, cv::COLOR_BGR2RGBA); break;
-        case 4: cv::cvtColor(m8, out, cv::COLOR_BGRA2RGBA); break;
-        default: return false;
-        }
+        if (src.empty() || !toRGBA(src, out))
+            return false;
         m_mat = out;
         ++m_revision;
         m_source.clear();

@@ -80,6 +80,12 @@ QV_EXPORT ref_ptr<IKvoImage> newKvoImage();
 // big picture made elsewhere enters the store without a copy; null for
 // anything but CV_8UC4.
 QV_EXPORT ref_ptr<IKvoImage> newKvoImageOf(const cv::Mat& rgba);
+// Reads an image file into 8-bit RGBA, rows top-down (16-bit scaled, grey and
+// BGR(A) converted), as IKvoImage::loadFile does. rgba and scratch keep their
+// buffers when the sizes fit and nobody else holds them: reading many
+// pictures of one size then does not ask the system for fresh memory, which
+// costs more than the decoding on big photographs.
+QV_EXPORT bool decodeImageFileRGBA(const QString& path, cv::Mat& rgba, cv::Mat& scratch);
 
 // Kinds of file path an image record keeps.
 enum KvoImagePathKind : int {

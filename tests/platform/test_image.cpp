@@ -1,5 +1,7 @@
 #include <QFile>
 
+#include <opencv2/imgcodecs.hpp>
+
 #include "scene/KvoStore.h"
 #include "support/TestSupport.h"
 
@@ -158,4 +160,58 @@ TEST(KvoImage, ResizeAndRawData)
     big->getPixel(c, 19, 0);
     EXPECT_EQ(c, KvoColor4b(0, 255, 0, 255));
     EXPECT_FALSE(img->resized(0, 5));
+}
+
+// Decoding into buffers a caller keeps: the buffers are reused while nobody
+// else holds them, a buffer another holder shares is never written, and the
+// pixels are those loadFile gives, 16-bit and grey files included.
+TEST(KvoImage, DecodingIntoKeptBuffersReusesOnlyWhatIsNotShared)
+{
+    ScratchDir dir;
+    const QString a = dir.file("a.png"), b = dir.file("b.png");
+    ASSERT_TRUE(qvtest::writeTestPicture(a, 64, 48, 1));
+    ASSERT_TRUE(qvtest::writeTestPicture(b, 64, 48, 2));
+    cv::Mat rgba, scratch;
+    ASSERT_TRUE(decodeImageFileRGBA(a, rgba, scratch));
+    ASSERT_EQ(rgba.type(), CV_8UC4);
+    ref_ptr<IKvoImage> byLoad = newKvoImage();
+    ASSERT_TRUE(byLoad->loadFile(a));
+    ASSERT_TRUE(byLoad->equals(*newKvoImageOf(rgba)));
+
+    const uchar* buffer = rgba.data;
+    ASSERT_TRUE(decodeImageFileRGBA(b, rgba, scratch));
+    EXPECT_EQ(rgba.data, buffer) << "same size, held by nobody else: reused";
+
+    const cv::Mat kept = rgba;
+    const cv::Mat before = kept.clone();
+    ASSERT_TRUE(decodeImageFileRGBA(a, rgba, scratch));
+    EXPECT_NE(rgba.data, kept.data);
+    EXPECT_EQ(cv::norm(kept, before, cv::NORM_INF), 0.0) << "the shared picture is not written";
+
+    // 16 bits scaled into 8, grey spread over the colours.
+    cv::Mat grey16(5, 7, CV_16UC1);
+    for (int y = 0; y < grey16.rows; ++y)
+        for (int x = 0; x < grey16.cols; ++x)
+            grey16.at<uint16_t>(y, x) = uint16_t(257 * (10 * y + x));
+    const QString c = dir.file("c.png");
+    ASSERT_TRUE(cv::imwrite(c.toStdString(), grey16));
+    ASSERT_TRUE(decodeImageFileRGBA(c, rgba, scratch));
+    ASSERT_EQ(rgba.size(), cv::Size(7, 5));
+    EXPECT_EQ(rgba.at<cv::Vec4b>(3, 4), cv::Vec4b(34, 34, 34, 255));
+
+    EXPECT_FALSE(decodeImageFileRGBA(dir.file("missing.png"), rgba, scratch));
+    QFile junk(dir.file("junk.png"));
+    ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+    junk.write("not a picture");
+    junk.close();
+    EXPECT_FALSE(decodeImageFileRGBA(junk.fileName(), rgba, scratch));
+    // A header cut short, after a picture was read into the same buffers.
+    ASSERT_TRUE(decodeImageFileRGBA(a, rgba, scratch));
+    QFile whole(a);
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    QFile cut(dir.file("cut.png"));
+    ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
+    cut.write(whole.read(20));
+    cut.close();
+    EXPECT_FALSE(decodeImageFileRGBA(cut.fileName(), rgba, scratch));
 }
