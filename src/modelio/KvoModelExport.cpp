@@ -619,7 +619,7 @@ long KvoModelExporter::exportRespective(const ExportInfoArray& infos, const KvoE
     if (!mf.open(QIODevice::WriteOnly) || mf.write(mtl) != mtl.size())
         return kvoExportCannotWrite;
     prgStep(progress, 1.0);
-    return m_report.meshes > 0 ? 0 : kvoExportNothing;
+    return m_report.meshes > 0 ? 0L : long(kvoExportNothing);
 }
 
 } // namespace kvo

@@ -76,8 +76,9 @@ TEST_F(TexturePipeline, EachCameraFormatTexturesTheSampleThroughTheTrueCameras)
         EXPECT_EQ(r.photosWithCamera, 8);
         EXPECT_EQ(r.textured, r.seenFaces);
         EXPECT_GT(double(r.textured), 0.9 * double(r.faces));
-        if (textured >= 0)
+        if (textured >= 0) {
             EXPECT_NEAR(double(r.textured), double(textured), 0.002 * double(textured));
+        }
         textured = r.textured;
         EXPECT_TRUE(QFileInfo(r.objFile).isFile());
         EXPECT_TRUE(QFileInfo(r.projectFile).isFile());
