@@ -23,6 +23,7 @@ int cmdSample(const QStringList& args)
 {
     qvsample::SampleOptions o;
     QString folder;
+    bool photosGiven = false;
     for (int i = 0; i < args.size(); ++i) {
         const QString& a = args[i];
         const bool hasValue = i + 1 < args.size();
@@ -35,7 +36,7 @@ int cmdSample(const QStringList& args)
             folder = value;
         } else if (a == "--kind") {
             if (!qvsample::parseKind(value.toStdString(), o.kind)) {
-                err(QString("unknown kind '%1' (building, plane or wall)").arg(value));
+                err(QString("unknown kind '%1' (building, plane, wall or realistic)").arg(value));
                 return 2;
             }
         } else if (a == "--photos") {
@@ -44,6 +45,7 @@ int cmdSample(const QStringList& args)
                 return 2;
             }
             o.photos = int(n);
+            photosGiven = true;
         } else if (a == "--seed") {
             if (!toNumber(value, n, 0, 0xffffffffL)) {
                 err("--seed takes a number from 0 to 4294967295");
@@ -77,6 +79,9 @@ int cmdSample(const QStringList& args)
     }
     if (folder.isEmpty())
         return 2;
+    // A real capture has many photographs.
+    if (o.kind == qvsample::SceneKind::Realistic && !photosGiven)
+        o.photos = 30;
     TerminalProgress progress;
     double done = 0;
     std::string error;
@@ -99,12 +104,14 @@ int cmdSample(const QStringList& args)
 }
 
 Register rSample("sample",
-                 {"sample --out DIR [--kind building|plane|wall] [--photos N] [--seed S] [--triangles N] "
+                 {"sample --out DIR [--kind building|plane|wall|realistic] [--photos N] [--seed S] [--triangles N] "
                   "[--size WxH] [--texels N]",
                   "writes a scene with a known answer: model (OBJ), ground-truth textures and textured model, "
                   "photographs with EXIF, control points, COLMAP and Bundler cameras, projection matrices and "
-                  "scene.json. Defaults: building, 8 photographs of 1600x1200, seed 1, about 20000 triangles, "
-                  "96 texels a metre",
+                  "scene.json. Defaults: building, 8 photographs of 1600x1200 (30 for realistic), seed 1, about "
+                  "20000 triangles, 96 texels a metre. realistic: things in front of the building the model "
+                  "leaves out, vignetting and blur, and a model as reconstructions are (noise, grown outlines, "
+                  "stray blobs, holes)",
                   cmdSample});
 
 int cmdSampleProject(const QStringList& args)

@@ -9,6 +9,7 @@ const char* kindName(SceneKind kind)
     switch (kind) {
     case SceneKind::Plane: return "plane";
     case SceneKind::Wall: return "wall";
+    case SceneKind::Realistic: return "realistic";
     case SceneKind::Building: break;
     }
     return "building";
@@ -16,7 +17,7 @@ const char* kindName(SceneKind kind)
 
 bool parseKind(const std::string& name, SceneKind& kind)
 {
-    for (SceneKind k : {SceneKind::Building, SceneKind::Plane, SceneKind::Wall})
+    for (SceneKind k : {SceneKind::Building, SceneKind::Plane, SceneKind::Wall, SceneKind::Realistic})
         if (name == kindName(k)) {
             kind = k;
             return true;

@@ -2,6 +2,7 @@
 
 #include <exiv2/exiv2.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -99,15 +100,24 @@ void applyPhotoEffects(cv::Mat& bgr, const SampleCamera& cam)
             lut[c][v] = float(v * gain[c]);
     const float sigma = float(std::max(0.0, cam.noiseSigma));
     Gaussian noise(cam.noiseSeed);
+    // The lens first: blur, then light falling off toward the corners.
+    if (cam.blurSigma > 0)
+        cv::GaussianBlur(bgr, bgr, cv::Size(0, 0), cam.blurSigma);
+    const double vignetting = std::clamp(cam.vignetting, 0.0, 1.0);
+    const double cx = 0.5 * bgr.cols, cy = 0.5 * bgr.rows, corner2 = cx * cx + cy * cy;
     for (int y = 0; y < bgr.rows; ++y) {
         uchar* p = bgr.ptr<uchar>(y);
-        for (int x = 0; x < bgr.cols; ++x, p += 3)
+        const double dy2 = (y + 0.5 - cy) * (y + 0.5 - cy);
+        for (int x = 0; x < bgr.cols; ++x, p += 3) {
+            const float fall =
+                vignetting > 0 ? float(1.0 - vignetting * ((x + 0.5 - cx) * (x + 0.5 - cx) + dy2) / corner2) : 1.0f;
             for (int c = 0; c < 3; ++c) {
-                float v = lut[c][p[c]];
+                float v = lut[c][p[c]] * fall;
                 if (sigma > 0)
                     v += sigma * noise.next();
                 p[c] = cv::saturate_cast<uchar>(v);
             }
+        }
     }
 }
 

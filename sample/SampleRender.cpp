@@ -120,10 +120,12 @@ const OsMesaGl& osMesaGl()
         g.CullFace = reinterpret_cast<decltype(&::glCullFace)>(OSMesaGetProcAddress("glCullFace"));
         g.DeleteTextures = reinterpret_cast<decltype(&::glDeleteTextures)>(OSMesaGetProcAddress("glDeleteTextures"));
         g.Disable = reinterpret_cast<decltype(&::glDisable)>(OSMesaGetProcAddress("glDisable"));
-        g.DisableClientState = reinterpret_cast<decltype(&::glDisableClientState)>(OSMesaGetProcAddress("glDisableClientState"));
+        g.DisableClientState =
+            reinterpret_cast<decltype(&::glDisableClientState)>(OSMesaGetProcAddress("glDisableClientState"));
         g.DrawArrays = reinterpret_cast<decltype(&::glDrawArrays)>(OSMesaGetProcAddress("glDrawArrays"));
         g.Enable = reinterpret_cast<decltype(&::glEnable)>(OSMesaGetProcAddress("glEnable"));
-        g.EnableClientState = reinterpret_cast<decltype(&::glEnableClientState)>(OSMesaGetProcAddress("glEnableClientState"));
+        g.EnableClientState =
+            reinterpret_cast<decltype(&::glEnableClientState)>(OSMesaGetProcAddress("glEnableClientState"));
         g.Finish = reinterpret_cast<decltype(&::glFinish)>(OSMesaGetProcAddress("glFinish"));
         g.FrontFace = reinterpret_cast<decltype(&::glFrontFace)>(OSMesaGetProcAddress("glFrontFace"));
         g.GenTextures = reinterpret_cast<decltype(&::glGenTextures)>(OSMesaGetProcAddress("glGenTextures"));
@@ -137,10 +139,20 @@ const OsMesaGl& osMesaGl()
         g.TexParameteri = reinterpret_cast<decltype(&::glTexParameteri)>(OSMesaGetProcAddress("glTexParameteri"));
         g.VertexPointer = reinterpret_cast<decltype(&::glVertexPointer)>(OSMesaGetProcAddress("glVertexPointer"));
         g.Viewport = reinterpret_cast<decltype(&::glViewport)>(OSMesaGetProcAddress("glViewport"));
-        g.ok = g.BindTexture && g.Clear && g.ClearColor && g.Color3f && g.ColorPointer && g.CullFace && g.DeleteTextures && g.Disable && g.DisableClientState && g.DrawArrays && g.Enable && g.EnableClientState && g.Finish && g.FrontFace && g.GenTextures && g.LoadMatrixd && g.MatrixMode && g.PixelStorei && g.ShadeModel && g.TexCoordPointer && g.TexEnvi && g.TexImage2D && g.TexParameteri && g.VertexPointer && g.Viewport;
+        g.ok = g.BindTexture && g.Clear && g.ClearColor && g.Color3f && g.ColorPointer && g.CullFace &&
+               g.DeleteTextures && g.Disable && g.DisableClientState && g.DrawArrays && g.Enable &&
+               g.EnableClientState && g.Finish && g.FrontFace && g.GenTextures && g.LoadMatrixd && g.MatrixMode &&
+               g.PixelStorei && g.ShadeModel && g.TexCoordPointer && g.TexEnvi && g.TexImage2D && g.TexParameteri &&
+               g.VertexPointer && g.Viewport;
         return g;
     }();
     return table;
+}
+
+// A passer-by is in one photograph only.
+bool inPhotograph(const SampleSurface& s, const SampleCamera& cam)
+{
+    return s.onlyIn.empty() || s.onlyIn == cam.name;
 }
 
 struct Context {
@@ -232,7 +244,7 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     gl.VertexPointer(3, GL_FLOAT, 0, arrays.positions.data());
     gl.TexCoordPointer(2, GL_FLOAT, 0, arrays.uvs.data());
     for (const SampleSurface& s : scene.surfaces) {
-        if (s.triangleCount == 0 || s.texture.empty())
+        if (s.triangleCount == 0 || s.texture.empty() || !inPhotograph(s, cam))
             continue;
         // GL's first texture row is t = 0, the picture's bottom row.
         cv::Mat flipped;
@@ -245,7 +257,8 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
         gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
         gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
         gl.TexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-        gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGB8, flipped.cols, flipped.rows, 0, GL_BGR, GL_UNSIGNED_BYTE, flipped.ptr());
+        gl.TexImage2D(GL_TEXTURE_2D, 0, GL_RGB8, flipped.cols, flipped.rows, 0, GL_BGR, GL_UNSIGNED_BYTE,
+                      flipped.ptr());
         const float shade = float(surfaceShade(s));
         gl.Color3f(shade, shade, shade);
         gl.DrawArrays(GL_TRIANGLES, GLint(s.firstTriangle * 3), GLsizei(s.triangleCount * 3));
@@ -278,7 +291,9 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     setCamera(1);
     gl.EnableClientState(GL_COLOR_ARRAY);
     gl.ColorPointer(3, GL_UNSIGNED_BYTE, 0, arrays.ids.data());
-    gl.DrawArrays(GL_TRIANGLES, 0, GLsizei(scene.mesh.triangleCount() * 3));
+    for (const SampleSurface& s : scene.surfaces)
+        if (s.triangleCount > 0 && inPhotograph(s, cam))
+            gl.DrawArrays(GL_TRIANGLES, GLint(s.firstTriangle * 3), GLsizei(s.triangleCount * 3));
     gl.DisableClientState(GL_COLOR_ARRAY);
     gl.DisableClientState(GL_VERTEX_ARRAY);
     gl.Finish();
@@ -365,6 +380,9 @@ std::vector<SampleControlPoint> chooseControlPoints(const SampleScene& scene, co
         if (f < 0)
             return false;
         const int32_t s = scene.mesh.triangleSurface[size_t(f)];
+        // What the model leaves out cannot hold a control point on it.
+        if (!scene.surfaces[size_t(s)].inMesh)
+            return false;
         for (int j = -margin; j <= margin; ++j) {
             const int32_t* row = tri.ptr<int32_t>(y + j);
             for (int i = -margin; i <= margin; ++i)

@@ -14,10 +14,14 @@
 
 namespace qvsample {
 
-enum class SceneKind { Building, Plane, Wall };
+// Realistic: the building as a real capture shows it, with things in front
+// of it that the model does not have, photographs that differ in more than
+// exposure, and a model made the way reconstructions are (noisy, outlines
+// grown past the surfaces, stray blobs, holes).
+enum class SceneKind { Building, Plane, Wall, Realistic };
 
 const char* kindName(SceneKind kind);
-// False when name is none of "building", "plane", "wall".
+// False when name is none of "building", "plane", "wall", "realistic".
 bool parseKind(const std::string& name, SceneKind& kind);
 
 struct SampleOptions {
@@ -45,6 +49,11 @@ struct SampleSurface {
     // CV_8UC3, BGR, rows top-down: texture coordinate (0, 0) is the bottom-left
     // corner (the last row), (1, 1) the top-right.
     cv::Mat texture;
+    // False for what the photographs show but the model leaves out (a tree,
+    // a pole, a passer-by); onlyIn names the one photograph such a thing is
+    // in, empty when it stays put.
+    bool inMesh = true;
+    std::string onlyIn;
 };
 
 struct SampleMesh {
@@ -77,6 +86,8 @@ struct SampleCamera {
     double whiteBalance[3] = {1, 1, 1}; // gains of R, G, B
     double noiseSigma = 0;              // grey levels
     unsigned noiseSeed = 0;
+    double vignetting = 0; // brightness lost in the picture's corners (0 to 1)
+    double blurSigma = 0;  // defocus or shake, pixels
 
     XPnt3d center() const;
     // The pixel position of X; false when X is not in front of the camera.
@@ -106,6 +117,17 @@ struct SampleScene {
     // it sees (0 to 1).
     std::vector<std::vector<SampleControlPoint>> controlPoints;
     std::vector<std::vector<double>> surfaceCoverage;
+    // The model a reconstruction would give (realistic scenes only; others
+    // write the surfaces of mesh that are in the model). Its triangles'
+    // surfaces are those of mesh, -1 for a stray blob.
+    SampleMesh reconstruction;
+    struct Flaws {
+        double noise = 0;  // vertex noise, metres (standard deviation)
+        double growth = 0; // how far outlines reach past the surfaces, metres
+        std::vector<XPnt3d> holeCentres;
+        double holeRadius = 0;
+        int blobs = 0;
+    } flaws;
 };
 
 // Geometry, textures and cameras of a scene.

@@ -730,6 +730,56 @@ cv::Mat stoneTexture(int w, int h, SampleRandom& rng)
     return img;
 }
 
+// Leaves: dark and light green clumps over a shadowed green.
+cv::Mat foliageTexture(int w, int h, SampleRandom& rng)
+{
+    cv::Mat img(h, w, CV_8UC3, vary(cv::Scalar(40, 95, 55), 0.08, 6, rng));
+    const int clumps = std::max(1, w * h / 900);
+    for (int i = 0; i < clumps; ++i) {
+        const cv::Point c(irange(rng, 0, w - 1), irange(rng, 0, h - 1));
+        const int r = irange(rng, 4, 14);
+        const cv::Scalar leaf =
+            vary(rng.below(3) == 0 ? cv::Scalar(70, 170, 120) : cv::Scalar(35, 120, 60), 0.2, 10, rng);
+        cv::circle(img, c, r, leaf, cv::FILLED, cv::LINE_AA);
+    }
+    addBrightness(img, noiseField(w, h, rng, {{60, 25}, {10, 12}}), 14, rng);
+    return img;
+}
+
+// Bark: dark vertical furrows.
+cv::Mat barkTexture(int w, int h, SampleRandom& rng)
+{
+    cv::Mat img(h, w, CV_8UC3, vary(cv::Scalar(50, 70, 90), 0.08, 6, rng));
+    for (int x = 0; x < w;) {
+        const int step = irange(rng, 5, 14);
+        cv::line(img, cv::Point(x, 0), cv::Point(x + irange(rng, -6, 6), h - 1), cv::Scalar(25, 35, 45),
+                 irange(rng, 1, 3));
+        x += step;
+    }
+    addBrightness(img, noiseField(w, h, rng, {{30, 12}, {4, 8}}), 10, rng);
+    return img;
+}
+
+// Clothes: a red coat over dark trousers (the lower third).
+cv::Mat clothTexture(int w, int h, SampleRandom& rng)
+{
+    cv::Mat img(h, w, CV_8UC3, vary(cv::Scalar(40, 40, 190), 0.1, 8, rng));
+    cv::rectangle(img, cv::Rect(0, h - h / 3, w, h / 3), cv::Scalar(60, 45, 40), cv::FILLED);
+    addBrightness(img, noiseField(w, h, rng, {{12, 8}}), 6, rng);
+    return img;
+}
+
+// Painted metal: a grey pole with rust spots.
+cv::Mat metalTexture(int w, int h, SampleRandom& rng)
+{
+    cv::Mat img(h, w, CV_8UC3, vary(cv::Scalar(105, 110, 112), 0.05, 4, rng));
+    for (int i = 0; i < std::max(1, w * h / 4000); ++i)
+        cv::circle(img, cv::Point(irange(rng, 0, w - 1), irange(rng, 0, h - 1)), irange(rng, 1, 4),
+                   cv::Scalar(30, 70, 140), cv::FILLED);
+    addBrightness(img, noiseField(w, h, rng, {{40, 6}}), 5, rng);
+    return img;
+}
+
 cv::Mat posterTexture(int w, int h, SampleRandom& rng)
 {
     static const cv::Scalar palette[] = {{40, 40, 220},  {200, 90, 30},  {60, 170, 60},  {30, 140, 250},
@@ -886,6 +936,14 @@ cv::Mat makeSurfaceTexture(const std::string& material, int widthPx, int heightP
         img = stoneTexture(widthPx, heightPx, rng);
     else if (material == "poster")
         img = posterTexture(widthPx, heightPx, rng);
+    else if (material == "foliage")
+        img = foliageTexture(widthPx, heightPx, rng);
+    else if (material == "bark")
+        img = barkTexture(widthPx, heightPx, rng);
+    else if (material == "cloth")
+        img = clothTexture(widthPx, heightPx, rng);
+    else if (material == "metal")
+        img = metalTexture(widthPx, heightPx, rng);
     else
         throw std::invalid_argument("unknown material \"" + material + "\"");
     drawOrientationMarks(img);

@@ -9,7 +9,9 @@
 namespace qvsample {
 
 // A widthPx x heightPx texture (CV_8UC3, BGR, rows top-down) of a material:
-// "brick", "plaster", "tiles", "paving", "stone" or "poster". The same seed
+// "brick", "plaster", "tiles", "paving", "stone" or "poster", or one of the
+// things in front of the building that a reconstruction leaves out:
+// "foliage", "bark", "cloth", "metal". The same seed
 // gives the same picture on every platform's standard library.
 //
 // Building materials are drawn at a fixed size in texels, meant for about 96

@@ -8,6 +8,7 @@
 
 #include <opencv2/imgcodecs.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 
@@ -104,8 +105,18 @@ std::string stem(const std::string& name)
 bool writeSampleObj(const SampleScene& scene, const std::string& objPath, const std::string& mtlName,
                     std::string* error)
 {
-    const SampleMesh& m = scene.mesh;
     const bool textured = !mtlName.empty();
+    // The model a reconstruction gives, when the scene has one; else (and
+    // always for the textured truth) the surfaces the model has.
+    const bool reconstructed = !textured && !scene.reconstruction.triangles.empty();
+    const SampleMesh& m = reconstructed ? scene.reconstruction : scene.mesh;
+    auto kept = [&](int32_t s) { return reconstructed || scene.surfaces[size_t(s)].inMesh; };
+    // What the model leaves out comes after what it has, vertices included.
+    size_t vertexEnd = 0;
+    for (size_t f = 0; f < m.triangleSurface.size(); ++f)
+        if (kept(m.triangleSurface[f]))
+            for (int k = 0; k < 3; ++k)
+                vertexEnd = std::max(vertexEnd, size_t(m.triangles[f * 3 + size_t(k)]) + 1);
     TextOut out(objPath);
     if (!out.ok()) {
         if (error)
@@ -115,33 +126,38 @@ bool writeSampleObj(const SampleScene& scene, const std::string& objPath, const 
     out << "# Generated sample scene (" << kindName(scene.kind) << ", seed " << scene.seed << ")\n";
     if (textured)
         out << "mtllib " << mtlName << '\n';
-    for (const XPnt3f& v : m.vertices)
-        out << "v " << v.x << ' ' << v.y << ' ' << v.z << '\n';
+    for (size_t v = 0; v < vertexEnd; ++v)
+        out << "v " << m.vertices[v].x << ' ' << m.vertices[v].y << ' ' << m.vertices[v].z << '\n';
     // Each surface has vertices of its own, so one texture coordinate a
     // vertex says everything the corners do.
-    std::vector<XPnt2f> vertexUV;
     if (textured) {
-        vertexUV.assign(m.vertices.size(), XPnt2f(0, 0));
+        std::vector<XPnt2f> vertexUV(vertexEnd, XPnt2f(0, 0));
         for (size_t k = 0; k < m.triangles.size(); ++k)
-            vertexUV[m.triangles[k]] = m.cornerUVs[k];
+            if (m.triangles[k] < vertexEnd)
+                vertexUV[m.triangles[k]] = m.cornerUVs[k];
         for (const XPnt2f& t : vertexUV)
             out << "vt " << t.x << ' ' << t.y << '\n';
     }
-    for (size_t s = 0; s < scene.surfaces.size(); ++s) {
-        const SampleSurface& surface = scene.surfaces[s];
-        out << "g " << surface.name << '\n';
-        if (textured)
-            out << "usemtl " << surface.name << '\n';
-        for (long f = surface.firstTriangle; f < surface.firstTriangle + surface.triangleCount; ++f) {
-            out << 'f';
-            for (int k = 0; k < 3; ++k) {
-                const long v = long(m.triangles[size_t(f) * 3 + size_t(k)] + 1);
-                out << ' ' << v;
-                if (textured)
-                    out << '/' << v;
-            }
-            out << '\n';
+    int32_t group = -2;
+    for (size_t f = 0; f < m.triangleSurface.size(); ++f) {
+        const int32_t s = m.triangleSurface[f];
+        if (!kept(s))
+            continue;
+        if (s != group) {
+            group = s;
+            const std::string name = s < 0 ? std::string("blob") : scene.surfaces[size_t(s)].name;
+            out << "g " << name << '\n';
+            if (textured)
+                out << "usemtl " << name << '\n';
         }
+        out << 'f';
+        for (int k = 0; k < 3; ++k) {
+            const long v = long(m.triangles[f * 3 + size_t(k)] + 1);
+            out << ' ' << v;
+            if (textured)
+                out << '/' << v;
+        }
+        out << '\n';
     }
     if (!out.close()) {
         if (error)
@@ -154,6 +170,8 @@ bool writeSampleObj(const SampleScene& scene, const std::string& objPath, const 
         QFileInfo(QString::fromStdString(objPath)).dir().filePath(QString::fromStdString(mtlName)).toStdString();
     TextOut mtl(mtlPath);
     for (const SampleSurface& surface : scene.surfaces) {
+        if (!surface.inMesh)
+            continue;
         mtl << "newmtl " << surface.name << '\n'
             << "Ka 0.2 0.2 0.2\nKd 0.8 0.8 0.8\nKs 0 0 0\nNs 10\nillum 1\n"
             << "map_Kd textures/" << surface.name << ".png\n\n";
@@ -228,8 +246,26 @@ bool writeSample(const SampleOptions& options, const std::string& folder, std::s
     root["up"] = "z";
     root["model"] = "model.obj";
     root["texturedModel"] = "truth/model_textured.obj";
-    root["vertices"] = double(scene.mesh.vertices.size());
-    root["triangles"] = double(scene.mesh.triangleCount());
+    // What model.obj holds.
+    const bool reconstructed = !scene.reconstruction.triangles.empty();
+    long modelTriangles = 0;
+    for (const SampleSurface& s : scene.surfaces)
+        modelTriangles += s.inMesh ? s.triangleCount : 0;
+    root["vertices"] = double(reconstructed ? scene.reconstruction.vertices.size() : scene.mesh.vertices.size());
+    root["triangles"] = double(reconstructed ? scene.reconstruction.triangleCount() : modelTriangles);
+    if (reconstructed) {
+        QJsonObject flaws;
+        flaws["noise"] = scene.flaws.noise;
+        flaws["growth"] = scene.flaws.growth;
+        flaws["holeRadius"] = scene.flaws.holeRadius;
+        QJsonArray holes;
+        for (const XPnt3d& h : scene.flaws.holeCentres)
+            holes.append(point(h));
+        flaws["holeCentres"] = holes;
+        flaws["blobs"] = scene.flaws.blobs;
+        flaws["trueTriangles"] = double(modelTriangles);
+        root["reconstruction"] = flaws;
+    }
     QJsonObject made;
     made["photos"] = options.photos;
     made["triangles"] = double(options.triangles);
@@ -255,6 +291,9 @@ bool writeSample(const SampleOptions& options, const std::string& folder, std::s
         o["texture"] = QString("truth/textures/%1.png").arg(QString::fromStdString(s.name));
         o["textureSize"] = array({double(s.texture.cols), double(s.texture.rows)});
         o["shade"] = surfaceShade(s);
+        o["inMesh"] = s.inMesh;
+        if (!s.onlyIn.empty())
+            o["onlyIn"] = QString::fromStdString(s.onlyIn);
         surfaces.append(o);
     }
     root["surfaces"] = surfaces;
@@ -279,6 +318,8 @@ bool writeSample(const SampleOptions& options, const std::string& folder, std::s
         o["exposure"] = c.exposure;
         o["whiteBalance"] = array({c.whiteBalance[0], c.whiteBalance[1], c.whiteBalance[2]});
         o["noiseSigma"] = c.noiseSigma;
+        o["vignetting"] = c.vignetting;
+        o["blurSigma"] = c.blurSigma;
         o["controlPoints"] = "control_points/" + base + ".txt";
         o["projectionMatrix"] = "cameras/matrices/" + base + ".P.txt";
         QJsonArray sees;
