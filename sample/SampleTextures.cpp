@@ -6,6 +6,7 @@
 #include <cmath>
 #include <initializer_list>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "SampleRandom.h"
@@ -923,28 +924,17 @@ cv::Mat makeSurfaceTexture(const std::string& material, int widthPx, int heightP
     for (char c : material)
         salt = salt * 131 + uint8_t(c);
     SampleRandom rng(uint64_t(seed) ^ (salt << 32));
+    using Painter = cv::Mat (*)(int, int, SampleRandom&);
+    static const std::pair<const char*, Painter> painters[] = {
+        {"brick", brickTexture}, {"plaster", plasterTexture}, {"tiles", tilesTexture},     {"paving", pavingTexture},
+        {"stone", stoneTexture}, {"poster", posterTexture},   {"foliage", foliageTexture}, {"bark", barkTexture},
+        {"cloth", clothTexture}, {"metal", metalTexture},
+    };
     cv::Mat img;
-    if (material == "brick")
-        img = brickTexture(widthPx, heightPx, rng);
-    else if (material == "plaster")
-        img = plasterTexture(widthPx, heightPx, rng);
-    else if (material == "tiles")
-        img = tilesTexture(widthPx, heightPx, rng);
-    else if (material == "paving")
-        img = pavingTexture(widthPx, heightPx, rng);
-    else if (material == "stone")
-        img = stoneTexture(widthPx, heightPx, rng);
-    else if (material == "poster")
-        img = posterTexture(widthPx, heightPx, rng);
-    else if (material == "foliage")
-        img = foliageTexture(widthPx, heightPx, rng);
-    else if (material == "bark")
-        img = barkTexture(widthPx, heightPx, rng);
-    else if (material == "cloth")
-        img = clothTexture(widthPx, heightPx, rng);
-    else if (material == "metal")
-        img = metalTexture(widthPx, heightPx, rng);
-    else
+    for (const auto& p : painters)
+        if (material == p.first)
+            img = p.second(widthPx, heightPx, rng);
+    if (img.empty())
         throw std::invalid_argument("unknown material \"" + material + "\"");
     drawOrientationMarks(img);
     return img;
