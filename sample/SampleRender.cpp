@@ -294,16 +294,29 @@ bool renderSampleView(const SampleScene& scene, const SampleCamera& cam, SampleV
     for (const SampleSurface& s : scene.surfaces)
         if (s.triangleCount > 0 && inPhotograph(s, cam))
             gl.DrawArrays(GL_TRIANGLES, GLint(s.firstTriangle * 3), GLsizei(s.triangleCount * 3));
+    gl.Finish();
+    auto readIds = [&](cv::Mat& out) {
+        out.create(cam.height, cam.width, CV_32S);
+        for (int y = 0; y < cam.height; ++y) {
+            const unsigned char* src = ids.data() + size_t(y) * size_t(cam.width) * 4;
+            int32_t* dst = out.ptr<int32_t>(y);
+            for (int x = 0; x < cam.width; ++x, src += 4)
+                dst[x] = int32_t(uint32_t(src[0]) | (uint32_t(src[1]) << 8) | (uint32_t(src[2]) << 16)) - 1;
+        }
+    };
+    readIds(view.triangle);
+    view.modelTriangle = view.triangle;
+    if (std::any_of(scene.surfaces.begin(), scene.surfaces.end(), [](const SampleSurface& s) { return !s.inMesh; })) {
+        gl.Clear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        for (const SampleSurface& s : scene.surfaces)
+            if (s.triangleCount > 0 && s.inMesh)
+                gl.DrawArrays(GL_TRIANGLES, GLint(s.firstTriangle * 3), GLsizei(s.triangleCount * 3));
+        gl.Finish();
+        view.modelTriangle = cv::Mat();
+        readIds(view.modelTriangle);
+    }
     gl.DisableClientState(GL_COLOR_ARRAY);
     gl.DisableClientState(GL_VERTEX_ARRAY);
-    gl.Finish();
-    view.triangle.create(cam.height, cam.width, CV_32S);
-    for (int y = 0; y < cam.height; ++y) {
-        const unsigned char* src = ids.data() + size_t(y) * size_t(cam.width) * 4;
-        int32_t* dst = view.triangle.ptr<int32_t>(y);
-        for (int x = 0; x < cam.width; ++x, src += 4)
-            dst[x] = int32_t(uint32_t(src[0]) | (uint32_t(src[1]) << 8) | (uint32_t(src[2]) << 16)) - 1;
-    }
     OSMesaMakeCurrent(nullptr, nullptr, 0, 0, 0);
     return true;
 }
@@ -424,6 +437,50 @@ std::vector<SampleControlPoint> chooseControlPoints(const SampleScene& scene, co
     for (int attempt = 0; attempt < 20000 && int(out.size()) < count; ++attempt)
         tryAt(int(rng.below(uint32_t(tri.cols))), int(rng.below(uint32_t(tri.rows))));
     return out;
+}
+
+OccluderScore scoreOccluders(const SampleScene& scene, const std::vector<SampleView>& views,
+                             const std::vector<XPnt3d>& centres, const std::vector<int32_t>& surfaces,
+                             const std::vector<int>& chosen)
+{
+    OccluderScore score;
+    const SampleMesh& m = scene.mesh;
+    // 0: not shown, 1: clear, 2: hidden by something the model lacks.
+    auto state = [&](size_t face, size_t photo) {
+        const SampleCamera& cam = scene.cameras[photo];
+        const SampleView& v = views[photo];
+        XPnt2d px;
+        if (!cam.project(centres[face], px))
+            return 0;
+        const int x = int(std::floor(px.x)), y = int(std::floor(px.y));
+        if (x < 0 || y < 0 || x >= v.triangle.cols || y >= v.triangle.rows)
+            return 0;
+        const int32_t behind = v.modelTriangle.at<int32_t>(y, x), front = v.triangle.at<int32_t>(y, x);
+        if (behind < 0 || m.triangleSurface[size_t(behind)] != surfaces[face])
+            return 0;
+        if (front == behind || (front >= 0 && m.triangleSurface[size_t(front)] == surfaces[face]))
+            return 1;
+        return front >= 0 && !scene.surfaces[size_t(m.triangleSurface[size_t(front)])].inMesh ? 2 : 0;
+    };
+    for (size_t f = 0; f < centres.size(); ++f) {
+        if (surfaces[f] < 0)
+            continue;
+        bool clear = false, hidden = false;
+        for (size_t p = 0; p < views.size(); ++p) {
+            const int st = state(f, p);
+            clear = clear || st == 1;
+            hidden = hidden || st == 2;
+        }
+        if (!clear || !hidden)
+            continue;
+        ++score.contested;
+        if (chosen[f] >= 0 && size_t(chosen[f]) < views.size()) {
+            const int st = state(f, size_t(chosen[f]));
+            score.clearChosen += st == 1;
+            score.hiddenChosen += st == 2;
+        }
+    }
+    return score;
 }
 
 } // namespace qvsample

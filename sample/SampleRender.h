@@ -14,6 +14,9 @@ struct SampleView {
     cv::Mat bgr;
     // CV_32S: the triangle seen at each pixel's centre, -1 for the sky.
     cv::Mat triangle;
+    // The same with only the surfaces the model has, as if nothing else
+    // stood in front of them (the same matrix when the scene has nothing else).
+    cv::Mat modelTriangle;
 };
 
 // supersample: colour is rendered at that many times the size and reduced
@@ -33,5 +36,21 @@ std::vector<SampleControlPoint> chooseControlPoints(const SampleScene& scene, co
 // For each surface, the share of its area that the view shows (triangles seen
 // at one pixel centre at least).
 std::vector<double> surfaceCoverage(const SampleScene& scene, const SampleView& view);
+
+// How a textured model's choice of photographs fares against the things in
+// front of the building that the model lacks. A face counts when some
+// photograph shows its centre hidden by such a thing and another shows it
+// clear; it is then chosen well when its photograph is one that shows it
+// clear. Faces are given by their centres, the surface of scene.mesh they lie
+// on (-1: none, left out) and the index in scene.cameras of the photograph
+// they got (-1: none); views are the scene's photographs rendered.
+struct OccluderScore {
+    long contested = 0;    // faces hidden in some photograph, clear in another
+    long clearChosen = 0;  // of those, faces given a photograph that shows them clear
+    long hiddenChosen = 0; // of those, faces given a photograph in which they are hidden
+};
+OccluderScore scoreOccluders(const SampleScene& scene, const std::vector<SampleView>& views,
+                             const std::vector<XPnt3d>& centres, const std::vector<int32_t>& surfaces,
+                             const std::vector<int>& chosen);
 
 } // namespace qvsample

@@ -77,6 +77,23 @@ TEST(SampleRealistic, PhotographsShowWhatTheModelLeavesOut)
         if (passer) {
             EXPECT_EQ(i, 0u) << "the passer-by is in the first photograph only";
         }
+        // Without what the model lacks, a pixel shows what it showed of the
+        // model, or what stood behind the thing in front.
+        long behindThings = 0;
+        for (int y = 0; y < view.triangle.rows; ++y)
+            for (int x = 0; x < view.triangle.cols; ++x) {
+                const int32_t front = view.triangle.at<int32_t>(y, x), behind = view.modelTriangle.at<int32_t>(y, x);
+                if (front >= 0 && scene.surfaces[size_t(scene.mesh.triangleSurface[size_t(front)])].inMesh) {
+                    ASSERT_EQ(behind, front);
+                } else if (front >= 0) {
+                    behindThings += behind >= 0;
+                    ASSERT_TRUE(behind < 0 ||
+                                scene.surfaces[size_t(scene.mesh.triangleSurface[size_t(behind)])].inMesh);
+                }
+            }
+        if (tree || passer || post) {
+            EXPECT_GT(behindThings, 0);
+        }
         // Control points lie on what the model has.
         for (const SampleControlPoint& cp : chooseControlPoints(scene, scene.cameras[i], view, 12, 5)) {
             const int x = int(cp.u * view.triangle.cols), y = int((1 - cp.v) * view.triangle.rows);
