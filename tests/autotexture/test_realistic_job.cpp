@@ -10,6 +10,7 @@
 #include "SampleRender.h"
 #include "SampleWriter.h"
 #include "autotexture/KvoTexturePipeline.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -46,14 +47,7 @@ TEST_F(RealisticJob, OccludersAgainstTheChoiceOfPhotographs)
     for (size_t i = 0; i < views.size(); ++i)
         ASSERT_TRUE(qvsample::renderSampleView(scene, scene.cameras[i], views[i], &why, 1)) << why;
 
-    KvoTextureJob j;
-    const QString folder = scratch.file("scene");
-    j.mesh = folder + "/model.obj";
-    j.photos = folder + "/photos";
-    j.haveCameras = true;
-    j.cameras = KvoCameraSource::colmap(folder + "/cameras/colmap");
-    j.output = scratch.file("out/model.obj");
-    j.atlas = 2048;
+    const KvoTextureJob j = qvtest::sampleTextureJob(scratch.file("scene"), scratch.file("out/model.obj"));
     KvoTextureJobReport r;
     ASSERT_EQ(textureFromFiles(j, r, nullptr), 0) << r.summary().toStdString();
 

@@ -11,9 +11,9 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "SampleProject.h"
 #include "autotexture/KvoTexturePipeline.h"
 #include "scene/KvoUV.h"
+#include "support/SampleSupport.h"
 #include "support/ViewerSupport.h"
 
 using namespace kvo;
@@ -37,14 +37,7 @@ class TexturePipeline : public qvtest::ViewerTest {
 protected:
     KvoTextureJob job(const QString& sample = kSample)
     {
-        KvoTextureJob j;
-        j.mesh = sample + "/model.obj";
-        j.photos = sample + "/photos";
-        j.haveCameras = true;
-        j.cameras = KvoCameraSource::colmap(sample + "/cameras/colmap");
-        j.output = scratch.file("out/building.obj");
-        j.atlas = 2048;
-        return j;
+        return qvtest::sampleTextureJob(sample, scratch.file("out/building.obj"));
     }
 };
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "SampleProject.h"
+#include "autotexture/KvoTexturePipeline.h"
 #include "scene/KvoStore.h"
 #include "support/TestSupport.h"
 
@@ -40,6 +41,20 @@ inline void openMappedSample(const ScratchDir& scratch, const SmallSample& size)
 {
     ASSERT_NO_FATAL_FAILURE(openSample(scratch, size));
     ASSERT_EQ(qvsample::mapThroughStoredCameras(), size.photos);
+}
+
+// The texture job on a generated scene's folder (its model, photographs and
+// COLMAP cameras) into output, with 2048 atlases.
+inline kvo::KvoTextureJob sampleTextureJob(const QString& folder, const QString& output)
+{
+    kvo::KvoTextureJob j;
+    j.mesh = folder + "/model.obj";
+    j.photos = folder + "/photos";
+    j.haveCameras = true;
+    j.cameras = kvo::KvoCameraSource::colmap(folder + "/cameras/colmap");
+    j.output = output;
+    j.atlas = 2048;
+    return j;
 }
 
 } // namespace qvtest
