@@ -483,4 +483,42 @@ OccluderScore scoreOccluders(const SampleScene& scene, const std::vector<SampleV
     return score;
 }
 
+BackgroundScore scoreBackground(const SampleScene& scene, const std::vector<SampleView>& views,
+                                const std::vector<XPnt3d>& corners, const std::vector<int32_t>& surfaces,
+                                const std::vector<int>& chosen)
+{
+    // Barycentric points: the centre, three towards the corners, six on the edges' thirds.
+    static const double kPoints[10][3] = {
+        {1 / 3.0, 1 / 3.0, 1 / 3.0}, {0.6, 0.2, 0.2},       {0.2, 0.6, 0.2},       {0.2, 0.2, 0.6},
+        {2 / 3.0, 1 / 3.0, 0},       {1 / 3.0, 2 / 3.0, 0}, {0, 2 / 3.0, 1 / 3.0}, {0, 1 / 3.0, 2 / 3.0},
+        {1 / 3.0, 0, 2 / 3.0},       {2 / 3.0, 0, 1 / 3.0}};
+    BackgroundScore score;
+    const SampleMesh& m = scene.mesh;
+    for (size_t f = 0; f < surfaces.size(); ++f) {
+        const int photo = chosen[f];
+        if (photo < 0 || size_t(photo) >= views.size())
+            continue;
+        const SampleCamera& cam = scene.cameras[size_t(photo)];
+        const cv::Mat& tri = views[size_t(photo)].triangle;
+        for (const auto& w : kPoints) {
+            const XPnt3d p = corners[3 * f] * w[0] + corners[3 * f + 1] * w[1] + corners[3 * f + 2] * w[2];
+            XPnt2d px;
+            if (!cam.project(p, px))
+                continue;
+            const int x = int(std::floor(px.x)), y = int(std::floor(px.y));
+            if (x < 0 || y < 0 || x >= tri.cols || y >= tri.rows)
+                continue;
+            ++score.points;
+            const int32_t shown = tri.at<int32_t>(y, x);
+            if (surfaces[f] < 0) {
+                ++score.background;
+                ++score.onBlobs;
+            } else if (shown < 0 || m.triangleSurface[size_t(shown)] != surfaces[f]) {
+                ++score.background;
+            }
+        }
+    }
+    return score;
+}
+
 } // namespace qvsample

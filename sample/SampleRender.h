@@ -53,4 +53,20 @@ OccluderScore scoreOccluders(const SampleScene& scene, const std::vector<SampleV
                              const std::vector<XPnt3d>& centres, const std::vector<int32_t>& surfaces,
                              const std::vector<int>& chosen);
 
+// How much of a textured model's texture shows something else than its own
+// surface: points spread on each textured face (ten a face) looked up in the
+// photograph the face got; a point counts as background where that
+// photograph shows the sky, another surface or a thing the model lacks
+// there. Faces are given by their corners (three a face), their surface (-1:
+// a blob, which has no surface, so every point of it is background) and
+// their photograph (-1: none, left out).
+struct BackgroundScore {
+    long points = 0;
+    long background = 0;
+    long onBlobs = 0; // of background, points on blobs
+};
+BackgroundScore scoreBackground(const SampleScene& scene, const std::vector<SampleView>& views,
+                                const std::vector<XPnt3d>& corners, const std::vector<int32_t>& surfaces,
+                                const std::vector<int>& chosen);
+
 } // namespace qvsample
