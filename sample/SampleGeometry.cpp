@@ -323,15 +323,13 @@ SampleScene buildSampleScene(const SampleOptions& options)
     const double cell = std::sqrt(2.0 * area / double(std::max(2L, options.triangles)));
 
     scene.cameras = makeCameras(options, rng);
+    size_t passerBy = rects.size(); // its faces, when there is one, are the last
     if (options.kind == SceneKind::Realistic && !scene.cameras.empty()) {
         // A passer-by in the first photograph only (taken from the south),
         // a few metres before the facade it hides part of.
         const XPnt3d c = scene.cameras[0].center();
         const XPnt3d p(0.35 * c.x, 0.35 * c.y, 0);
-        const size_t first = rects.size();
         addBox(rects, "passer_by", "cloth", p - XPnt3d(0.25, 0.18, 0), p + XPnt3d(0.25, 0.18, 1.75), {}, names, false);
-        for (size_t s = first; s < rects.size(); ++s)
-            rects[s].name = "passer_by";
     }
 
     SampleMesh& m = scene.mesh;
@@ -344,7 +342,7 @@ SampleScene buildSampleScene(const SampleOptions& options)
         surface.uAxis = r.u;
         surface.vAxis = r.v;
         surface.inMesh = r.inMesh;
-        if (r.name && std::string(r.name) == "passer_by")
+        if (s >= passerBy)
             surface.onlyIn = scene.cameras[0].name;
         surface.firstTriangle = m.triangleCount();
         addGrid(m, r.origin, r.u, r.v, cell, int32_t(s));

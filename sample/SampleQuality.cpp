@@ -601,4 +601,86 @@ bool measureQuality(const QString& sceneFolder, const QString& texturedObj, Qual
     return true;
 }
 
+OccluderScore scoreOccluders(const SampleScene& scene, const std::vector<SampleView>& views,
+                             const std::vector<XPnt3d>& centres, const std::vector<int32_t>& surfaces,
+                             const std::vector<int>& chosen)
+{
+    OccluderScore score;
+    const SampleMesh& m = scene.mesh;
+    // 0: not shown, 1: clear, 2: hidden by something the model lacks.
+    auto state = [&](size_t face, size_t photo) {
+        const SampleCamera& cam = scene.cameras[photo];
+        const SampleView& v = views[photo];
+        XPnt2d px;
+        if (!cam.project(centres[face], px))
+            return 0;
+        const int x = int(std::floor(px.x)), y = int(std::floor(px.y));
+        if (x < 0 || y < 0 || x >= v.triangle.cols || y >= v.triangle.rows)
+            return 0;
+        const int32_t behind = v.modelTriangle.at<int32_t>(y, x), front = v.triangle.at<int32_t>(y, x);
+        if (behind < 0 || m.triangleSurface[size_t(behind)] != surfaces[face])
+            return 0;
+        if (front == behind || (front >= 0 && m.triangleSurface[size_t(front)] == surfaces[face]))
+            return 1;
+        return front >= 0 && !scene.surfaces[size_t(m.triangleSurface[size_t(front)])].inMesh ? 2 : 0;
+    };
+    for (size_t f = 0; f < centres.size(); ++f) {
+        if (surfaces[f] < 0)
+            continue;
+        bool clear = false, hidden = false;
+        for (size_t p = 0; p < views.size(); ++p) {
+            const int st = state(f, p);
+            clear = clear || st == 1;
+            hidden = hidden || st == 2;
+        }
+        if (!clear || !hidden)
+            continue;
+        ++score.contested;
+        if (chosen[f] >= 0 && size_t(chosen[f]) < views.size()) {
+            const int st = state(f, size_t(chosen[f]));
+            score.clearChosen += st == 1;
+            score.hiddenChosen += st == 2;
+        }
+    }
+    return score;
+}
+
+BackgroundScore scoreBackground(const SampleScene& scene, const std::vector<SampleView>& views,
+                                const std::vector<XPnt3d>& corners, const std::vector<int32_t>& surfaces,
+                                const std::vector<int>& chosen)
+{
+    // Barycentric points: the centre, three towards the corners, six on the edges' thirds.
+    static const double kPoints[10][3] = {
+        {1 / 3.0, 1 / 3.0, 1 / 3.0}, {0.6, 0.2, 0.2},       {0.2, 0.6, 0.2},       {0.2, 0.2, 0.6},
+        {2 / 3.0, 1 / 3.0, 0},       {1 / 3.0, 2 / 3.0, 0}, {0, 2 / 3.0, 1 / 3.0}, {0, 1 / 3.0, 2 / 3.0},
+        {1 / 3.0, 0, 2 / 3.0},       {2 / 3.0, 0, 1 / 3.0}};
+    BackgroundScore score;
+    const SampleMesh& m = scene.mesh;
+    for (size_t f = 0; f < surfaces.size(); ++f) {
+        const int photo = chosen[f];
+        if (photo < 0 || size_t(photo) >= views.size())
+            continue;
+        const SampleCamera& cam = scene.cameras[size_t(photo)];
+        const cv::Mat& tri = views[size_t(photo)].triangle;
+        for (const auto& w : kPoints) {
+            const XPnt3d p = corners[3 * f] * w[0] + corners[3 * f + 1] * w[1] + corners[3 * f + 2] * w[2];
+            XPnt2d px;
+            if (!cam.project(p, px))
+                continue;
+            const int x = int(std::floor(px.x)), y = int(std::floor(px.y));
+            if (x < 0 || y < 0 || x >= tri.cols || y >= tri.rows)
+                continue;
+            ++score.points;
+            const int32_t shown = tri.at<int32_t>(y, x);
+            if (surfaces[f] < 0) {
+                ++score.background;
+                ++score.onBlobs;
+            } else if (shown < 0 || m.triangleSurface[size_t(shown)] != surfaces[f]) {
+                ++score.background;
+            }
+        }
+    }
+    return score;
+}
+
 } // namespace qvsample

@@ -37,36 +37,4 @@ std::vector<SampleControlPoint> chooseControlPoints(const SampleScene& scene, co
 // at one pixel centre at least).
 std::vector<double> surfaceCoverage(const SampleScene& scene, const SampleView& view);
 
-// How a textured model's choice of photographs fares against the things in
-// front of the building that the model lacks. A face counts when some
-// photograph shows its centre hidden by such a thing and another shows it
-// clear; it is then chosen well when its photograph is one that shows it
-// clear. Faces are given by their centres, the surface of scene.mesh they lie
-// on (-1: none, left out) and the index in scene.cameras of the photograph
-// they got (-1: none); views are the scene's photographs rendered.
-struct OccluderScore {
-    long contested = 0;    // faces hidden in some photograph, clear in another
-    long clearChosen = 0;  // of those, faces given a photograph that shows them clear
-    long hiddenChosen = 0; // of those, faces given a photograph in which they are hidden
-};
-OccluderScore scoreOccluders(const SampleScene& scene, const std::vector<SampleView>& views,
-                             const std::vector<XPnt3d>& centres, const std::vector<int32_t>& surfaces,
-                             const std::vector<int>& chosen);
-
-// How much of a textured model's texture shows something else than its own
-// surface: points spread on each textured face (ten a face) looked up in the
-// photograph the face got; a point counts as background where that
-// photograph shows the sky, another surface or a thing the model lacks
-// there. Faces are given by their corners (three a face), their surface (-1:
-// a blob, which has no surface, so every point of it is background) and
-// their photograph (-1: none, left out).
-struct BackgroundScore {
-    long points = 0;
-    long background = 0;
-    long onBlobs = 0; // of background, points on blobs
-};
-BackgroundScore scoreBackground(const SampleScene& scene, const std::vector<SampleView>& views,
-                                const std::vector<XPnt3d>& corners, const std::vector<int32_t>& surfaces,
-                                const std::vector<int>& chosen);
-
 } // namespace qvsample

@@ -295,7 +295,7 @@ long adjustImageColors(IKvoProgress* progress, const KvoColorAdjustOptions& opti
         fullId[uint16_t(kv.first)] = kv.first;
     // The passes read pictures from several threads: the store is asked one
     // at a time, and a picture that is only in its file is decoded outside
-    // the lock, into an image of its own, as the store would read it.
+    // the lock, as the store would read it, into the thread's own buffers.
     std::mutex storeLock;
     opt.picture = [&](uint16_t low, cv::Mat& rgba, cv::Mat& scratch) {
         ref_ptr<IKvoImage> img;

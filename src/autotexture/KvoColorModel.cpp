@@ -383,7 +383,6 @@ private:
     long applyPass(const QString& folder);
     // Full-size buffers of one thread, kept from picture to picture: fresh
     // ones would cost the system a page fault every 4 KB of every picture.
-    // Full-size buffers a thread keeps from picture to picture.
     struct Workspace {
         cv::Mat picture, decoded, label, correction, dist, blurred, bgr;
     };

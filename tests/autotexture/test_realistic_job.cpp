@@ -7,6 +7,7 @@
 #include <array>
 #include <map>
 
+#include "SampleQuality.h"
 #include "SampleRender.h"
 #include "SampleWriter.h"
 #include "autotexture/KvoTexturePipeline.h"
